@@ -1,0 +1,149 @@
+#include "common/ComObject.h"
+
+#include <oaidl.h>
+#include <ocidl.h>
+
+#include <gtest/gtest.h>
+
+using zel::ComPtr;
+
+namespace {
+
+int g_destroyed = 0;
+
+// An object with two interfaces and nothing else.
+class Sample final : public zel::ComObject<Sample, IErrorInfo, ISupportErrorInfo> {
+public:
+    ~Sample() override { ++g_destroyed; }
+    STDMETHODIMP GetGUID(GUID* guid) override {
+        *guid = GUID_NULL;
+        return S_OK;
+    }
+    STDMETHODIMP GetSource(BSTR* source) override {
+        *source = SysAllocString(L"sample");
+        return S_OK;
+    }
+    STDMETHODIMP GetDescription(BSTR*) override { return E_NOTIMPL; }
+    STDMETHODIMP GetHelpFile(BSTR*) override { return E_NOTIMPL; }
+    STDMETHODIMP GetHelpContext(DWORD*) override { return E_NOTIMPL; }
+    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID) override { return S_OK; }
+};
+
+// An outer object that aggregates a Sample and exposes its IErrorInfo as its own.
+class Outer final : public zel::ComObject<Outer, IDispatch> {
+public:
+    Outer() {
+        HRESULT hr = Sample::CreateInstance(InnerUnknown(), IID_IUnknown, m_inner.put_void());
+        EXPECT_EQ(S_OK, hr);
+    }
+    void* QueryExtra(REFIID riid) noexcept {
+        if (riid == IID_IErrorInfo) {
+            void* p = nullptr;
+            // The inner object's interface comes back with a reference on this object.
+            if (SUCCEEDED(m_inner->QueryInterface(riid, &p))) {
+                static_cast<IUnknown*>(p)->Release();
+                return p;
+            }
+        }
+        return nullptr;
+    }
+    STDMETHODIMP GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+    STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+    STDMETHODIMP Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
+        return E_NOTIMPL;
+    }
+    LONG References() const { return m_refs; }
+
+private:
+    ComPtr<IUnknown> m_inner;
+};
+
+}  // namespace
+
+TEST(ComObject, QueryInterfaceAnswersListedInterfacesAndIUnknown) {
+    ComPtr<IErrorInfo> info;
+    ASSERT_EQ(S_OK, Sample::CreateInstance(nullptr, IID_IErrorInfo, info.put_void()));
+    EXPECT_TRUE(info.try_as<ISupportErrorInfo>());
+    EXPECT_TRUE(info.try_as<IUnknown>());
+    ComPtr<IDispatch> none;
+    EXPECT_EQ(E_NOINTERFACE, info.query(none));
+}
+
+TEST(ComObject, IdentityIsTheSameIUnknownFromEveryInterface) {
+    ComPtr<IErrorInfo> info;
+    ASSERT_EQ(S_OK, Sample::CreateInstance(nullptr, IID_IErrorInfo, info.put_void()));
+    auto viaInfo = info.as<IUnknown>();
+    auto viaSupport = info.as<ISupportErrorInfo>().as<IUnknown>();
+    EXPECT_EQ(viaInfo.get(), viaSupport.get());
+}
+
+TEST(ComObject, NullOutPointerGivesPointerError) {
+    EXPECT_EQ(E_POINTER, Sample::CreateInstance(nullptr, IID_IErrorInfo, nullptr));
+    ComPtr<IErrorInfo> info;
+    ASSERT_EQ(S_OK, Sample::CreateInstance(nullptr, IID_IErrorInfo, info.put_void()));
+    EXPECT_EQ(E_POINTER, info->QueryInterface(IID_IUnknown, nullptr));
+}
+
+TEST(ComObject, LastReleaseDestroysObjectOnce) {
+    g_destroyed = 0;
+    {
+        ComPtr<IErrorInfo> info;
+        ASSERT_EQ(S_OK, Sample::CreateInstance(nullptr, IID_IErrorInfo, info.put_void()));
+        auto second = info.as<ISupportErrorInfo>();
+        info.reset();
+        EXPECT_EQ(0, g_destroyed);
+    }
+    EXPECT_EQ(1, g_destroyed);
+}
+
+TEST(ComObject, LiveObjectsHoldTheModule) {
+    LONG before = zel::ModuleLifetime::Count();
+    {
+        auto sample = Sample::Make();
+        EXPECT_EQ(before + 1, zel::ModuleLifetime::Count());
+    }
+    EXPECT_EQ(before, zel::ModuleLifetime::Count());
+}
+
+TEST(ComObject, AggregationRequiresIUnknown) {
+    auto outer = Outer::Make();
+    void* p = reinterpret_cast<void*>(1);
+    EXPECT_EQ(CLASS_E_NOAGGREGATION, Sample::CreateInstance(outer.get(), IID_IErrorInfo, &p));
+    EXPECT_EQ(nullptr, p);
+}
+
+TEST(ComObject, AggregatedInterfacesDelegateToOuter) {
+    g_destroyed = 0;
+    {
+        auto outer = Outer::Make();
+        ComPtr<IErrorInfo> info = outer.as<IErrorInfo>();
+        // QueryInterface through the inner object's interface reaches the outer's interfaces.
+        EXPECT_TRUE(info.try_as<IDispatch>());
+        // ... and its identity is the outer object.
+        EXPECT_EQ(outer.as<IUnknown>().get(), info.as<IUnknown>().get());
+        LONG refs = outer->References();
+        info->AddRef();
+        EXPECT_EQ(refs + 1, outer->References());
+        info->Release();
+        {
+            BSTR source = nullptr;
+            EXPECT_EQ(S_OK, info->GetSource(&source));
+            EXPECT_STREQ(L"sample", source);
+            SysFreeString(source);
+        }
+    }
+    EXPECT_EQ(1, g_destroyed);
+}
+
+TEST(ComObject, ClassFactoryCreatesAndCountsServerLocks) {
+    auto factory = zel::ClassFactory<Sample>::Make();
+    LONG before = zel::ModuleLifetime::Count();
+    EXPECT_EQ(S_OK, factory->LockServer(TRUE));
+    EXPECT_EQ(before + 1, zel::ModuleLifetime::Count());
+    EXPECT_EQ(S_OK, factory->LockServer(FALSE));
+    EXPECT_EQ(before, zel::ModuleLifetime::Count());
+    ComPtr<IErrorInfo> info;
+    EXPECT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IErrorInfo, info.put_void()));
+    EXPECT_TRUE(info);
+}
