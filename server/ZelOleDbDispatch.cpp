@@ -1,0 +1,2 @@
+// Late-bound dispatch of IZelOleDb.
+#include "server/Dispatch.h"

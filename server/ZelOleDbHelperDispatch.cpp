@@ -1,0 +1,2 @@
+// Late-bound dispatch of IZelOleDbHelper.
+#include "server/Dispatch.h"
