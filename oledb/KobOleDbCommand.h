@@ -1,0 +1,105 @@
+// The server's unit of query execution: one command text run on the session of one
+// connection, the single rowset it produced with every column bound into one row buffer,
+// and moves forwards and backwards over its rows. Moves and classifications answer the
+// tri-state numbers of TriState.
+#pragma once
+
+#include <windows.h>
+#include <oledb.h>
+
+#include <string>
+#include <vector>
+
+#include "common/ComPtr.h"
+#include "common/OleDbIids.h"
+#include "oledb/DynamicColumnAccessor.h"
+#include "oledb/KobOleDbConnection.h"
+#include "oledb/KobOleDbErrorInfo.h"
+
+namespace zel {
+
+// Answers of moves and classifications, passed to the host unchanged.
+enum TriState : short {
+    kTriFalse = 0,          // no row / the answer is no
+    kTriTrue = 1,           // a row is current / the answer is yes
+    kTriNotApplicable = 2,  // no rowset, no connection, or a position outside the columns
+};
+
+class KobOleDbCommand : public KobOleDbErrorInfo {
+public:
+    KobOleDbCommand() = default;
+    KobOleDbCommand(const KobOleDbCommand&) = delete;
+    KobOleDbCommand& operator=(const KobOleDbCommand&) = delete;
+
+    // The virtual operations, in their fixed order.
+    virtual ~KobOleDbCommand();
+    // Stores the connection (not owned); nothing is closed.
+    virtual void SetConnection(KobOleDbConnection* connection);
+    // Replaces the text; an open rowset stays open until the next Execute or Close.
+    virtual void SetCommandText(const std::wstring& text);
+    // Runs the text and binds the rowset: 1 on success (also for statements without rows),
+    // 2 when there is no open connection or text (error text untouched) or on a provider
+    // failure (error text set, error statement = the command text).
+    virtual short Execute();
+    // Columns of the result, the bookmark column not counted; cached per execution.
+    virtual ULONG GetColumnCount();
+    virtual LONG GetRowsAffected();
+    virtual short FetchNext();
+    virtual short FetchPrev();
+    virtual short FetchFirst();
+    virtual short FetchLast();
+    // Field readers (positions are 1-based, bookmark excluded). See KobOleDbFieldReaders.cpp.
+    virtual std::wstring FieldAsString(ULONG position);
+    virtual std::wstring FieldAsStringEx(ULONG position);
+    virtual bool FieldAsVariantByName(const std::wstring& name, VARIANT* variant);
+    virtual bool FieldAsVariant(ULONG position, VARIANT* variant);
+    virtual LONG FieldAsLong(ULONG position);
+    virtual short IsBlob(ULONG position);
+    virtual short IsNull(ULONG position);
+    virtual short IsNumeric(ULONG position);
+    virtual short IsIntegral(ULONG position);
+    virtual DBTYPE GetRawType(ULONG position);
+    virtual std::wstring GetColumnName(ULONG position);
+    virtual ULONG GetColumnIndex(const std::wstring& name);
+    virtual ULONG GetColumnSize(ULONG position);
+    // Always true.
+    virtual bool HasResults();
+    // Bytes of a long column read through its storage object into `buffer`; the returned
+    // count may differ from buffer.size() (a null value answers 3 with no bytes).
+    virtual ULONG GetBlobData(ULONG position, std::vector<BYTE>& buffer);
+    // Reads a storage-bound column like GetBlobData; not reached from the service interface.
+    virtual ULONG ReadStreamColumn(ULONG position, std::vector<BYTE>& buffer);
+    // Releases the row, the accessor, the buffers and the rowset; flags and counts stay.
+    virtual void Close();
+    virtual bool IsConnected();
+    virtual KobOleDbConnection* GetConnection();
+
+protected:
+    // Index into the bound columns for a 1-based position, or -1 when the common
+    // precondition of the readers fails (closed, position 0 or past the last column).
+    long ColumnIndex(ULONG position);
+    // Reads a storage object's bytes in 10,000-byte chunks.
+    static ULONG ReadStorage(IUnknown* storage, std::vector<BYTE>& buffer);
+
+private:
+    void ReleaseCurrentRow() noexcept;
+    void ReleaseRowset() noexcept;
+    // GetNextRows of one row from the current position, then GetData into the row buffer.
+    HRESULT FetchOne(DBROWOFFSET skip, bool dataFailureIsSuccess = false);
+    HRESULT ExecuteSteps();
+
+    KobOleDbConnection* m_connection = nullptr;
+    DynamicColumnAccessor m_accessor;
+    ComPtr<IRowset> m_rowset;
+    ComPtr<IRowsetChange> m_rowsetChange;
+    HROW m_currentRow = DB_NULL_HROW;
+    ComPtr<ICommand> m_command;
+    std::wstring m_commandText;
+    bool m_beforeFirst = false;
+    bool m_isOpen = false;
+    bool m_atEnd = false;
+    LONG m_rowsAffected = 0;
+    ULONG m_columnCountCache = 0xFFFFFFFF;
+};
+
+}  // namespace zel
