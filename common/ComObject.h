@@ -5,6 +5,7 @@
 // Hooks a Derived class may declare (found through the CRTP cast, so a declaration in
 // Derived hides the default here):
 //   void* QueryExtra(REFIID riid)      further IIDs (base interfaces, tear-offs); nullptr if none
+//   HRESULT NonDelegatingQueryInterface(REFIID, void**)   to refuse listed interfaces at run time
 //   ULONG NonDelegatingAddRef()        reference counting (default: interlocked)
 //   ULONG NonDelegatingRelease()
 //   static constexpr bool kModuleLock  whether a live object keeps the module loaded (default true)
@@ -130,7 +131,7 @@ private:
     struct Inner final : IUnknown {
         ComObject* m_owner = nullptr;
         STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-            return m_owner->NonDelegatingQueryInterface(riid, ppv);
+            return static_cast<Derived*>(m_owner)->NonDelegatingQueryInterface(riid, ppv);
         }
         STDMETHODIMP_(ULONG) AddRef() override {
             return static_cast<Derived*>(m_owner)->NonDelegatingAddRef();

@@ -5,6 +5,7 @@
 #include <transact.h>
 
 #include "common/CoTaskMem.h"
+#include "common/IJetCompact.h"
 #include "common/Variant.h"
 
 namespace zel {
@@ -131,6 +132,99 @@ bool KobOleDbConnection::Rollback() {
     HRESULT hr = m_session.query(transaction);
     if (SUCCEEDED(hr)) hr = transaction->Abort(nullptr, FALSE, FALSE);
     return CheckResult(hr);
+}
+
+namespace {
+
+constexpr HRESULT kNoSession = 0x80040004;  // OLE_E_NOCONNECTION: no session to ask
+
+DBID TableId(const wchar_t* name) {
+    DBID id = {};
+    id.eKind = DBKIND_NAME;
+    id.uName.pwszName = const_cast<wchar_t*>(name);
+    return id;
+}
+
+}  // namespace
+
+HRESULT KobOleDbConnection::DropTable(BSTR tableName) {
+    if (!m_session) return kNoSession;
+    ComPtr<ITableDefinition> definition;
+    HRESULT hr = m_session.query(definition);
+    if (FAILED(hr)) return hr;
+    DBID id = TableId(tableName);
+    return definition->DropTable(&id);
+}
+
+HRESULT KobOleDbConnection::CreateTable(BSTR tableName, DBORDINAL columnCount, DBCOLUMNDESC* columns) {
+    if (!m_session) return kNoSession;
+    ComPtr<ITableCreation> creation;
+    HRESULT hr = m_session.query(creation);
+    if (FAILED(hr)) return hr;
+    DBID id = TableId(tableName);
+    return creation->CreateTable(nullptr, &id, columnCount, columns, GUID_NULL, 0, nullptr, nullptr, nullptr);
+}
+
+HRESULT KobOleDbConnection::GetTableDefinition(const wchar_t* tableName, ProviderColumnDescs& columns,
+                                               bool withStrings) {
+    if (!m_session) return kNoSession;
+    ComPtr<ITableCreation> creation;
+    HRESULT hr = m_session.query(creation);
+    if (FAILED(hr)) return hr;
+    Bstr name(tableName);
+    DBID id = TableId(name.get());
+    return creation->GetTableDefinition(&id, columns.put_count(), columns.put(), nullptr, nullptr, nullptr, nullptr,
+                                        withStrings ? columns.put_strings() : nullptr);
+}
+
+HRESULT KobOleDbConnection::CompactDatabase() {
+    Close();
+    std::wstring readMode = m_initString.str();
+    if (readMode.empty()) ThrowHr(E_INVALIDARG);  // cannot happen after a successful open
+    if (readMode.back() != L';') readMode += L';';
+    readMode += L"Mode=Read;";
+    Bstr readModeString{std::wstring_view(readMode)};
+
+    HRESULT hr = OpenDataSource(readModeString.get(), false);
+    if (!CheckResult(hr)) return hr;
+    if (!m_dataSource) return E_FAIL;
+
+    ComPtr<IDBCreateSession> createSession;
+    hr = m_dataSource.query(createSession);
+    if (!CheckResult(hr)) return hr;
+    ComPtr<IJetCompact> compact;
+    hr = createSession.query(compact);
+    if (!CheckResult(hr)) return hr;
+    createSession.reset();
+
+    std::wstring source;
+    Variant name;
+    if (CheckResult(GetProperty(DBPROPSET_DATASOURCEINFO, DBPROP_DATASOURCENAME, name.get())) &&
+        name.vt() == VT_BSTR && V_BSTR(name.get()))
+        source = V_BSTR(name.get());
+    if (source.empty()) return E_FAIL;
+
+    // The temporary path cuts at the last '.' of the whole path (a dot in a directory name
+    // of an extension-less file included); without any '.', it is the source path itself.
+    std::wstring temporary = source;
+    size_t dot = source.rfind(L'.');
+    if (dot != std::wstring::npos) temporary = source.substr(0, dot) + L"_TMP_.mdb";
+    DeleteFileW(temporary.c_str());
+
+    DBPROP prop = {};
+    prop.dwPropertyID = DBPROP_INIT_DATASOURCE;
+    prop.dwOptions = DBPROPOPTIONS_REQUIRED;
+    prop.colid = DB_NULLID;
+    Variant target{std::wstring_view(temporary)};
+    prop.vValue = *target.get();  // borrowed for the call; `target` frees it
+    DBPROPSET set = {&prop, 1, DBPROPSET_DBINIT};
+    hr = compact->Compact(1, &set);
+    compact.reset();
+    // The read-mode data source goes before the move: it holds the source file open.
+    m_dataSource.reset();
+    if (!CheckResult(hr)) return hr;
+    if (!MoveFileExW(temporary.c_str(), source.c_str(), MOVEFILE_REPLACE_EXISTING)) return E_FAIL;
+    return hr;
 }
 
 IDataConvert* KobOleDbConnection::GetDataConvert() {

@@ -13,6 +13,7 @@
 #include "common/ComPtr.h"
 #include "common/OleDbIids.h"
 #include "oledb/KobOleDbErrorInfo.h"
+#include "oledb/ProviderColumnDescs.h"
 
 namespace zel {
 
@@ -39,10 +40,24 @@ public:
     // returned). E_FAIL for a null `value`; otherwise the provider's HRESULT.
     HRESULT GetProperty(REFGUID propertySet, DBPROPID propertyId, VARIANT* value);
 
+    // Compacts the open database in place: reopens it read-only, compacts it into the
+    // "_TMP_.mdb" path beside it through the data source's compaction interface and moves
+    // the result over the original. The connection is left without a session whatever the
+    // outcome, and without the read-mode data source once the compaction ran. Returns the provider's HRESULT, or E_FAIL when the path is unknown or the
+    // final move fails (the compacted file then stays on disk).
+    HRESULT CompactDatabase();
+
     // Local transactions on the session; true when the provider answered exactly S_OK.
     bool StartTransaction();
     bool Commit();
     bool Rollback();
+
+    // Schema changes on the session; each returns the provider's HRESULT (0x80040004 when
+    // there is no session).
+    HRESULT DropTable(BSTR tableName);
+    HRESULT CreateTable(BSTR tableName, DBORDINAL columnCount, DBCOLUMNDESC* columns);
+    // The provider's column descriptions of `tableName`, with or without its string buffer.
+    HRESULT GetTableDefinition(const wchar_t* tableName, ProviderColumnDescs& columns, bool withStrings);
 
     // The session (IOpenRowset) that commands and enumerations borrow; may be null.
     const ComPtr<IOpenRowset>& GetSession() const noexcept { return m_session; }

@@ -273,10 +273,60 @@ private:
     std::wstring m_text;
 };
 
-class FakeSession final : public ComObject<FakeSession, IOpenRowset, IDBCreateCommand> {
+// Copies a test description into provider memory, as GetTableDefinition hands it out.
+void FillDescription(const FakeColumnDesc& source, DBCOLUMNDESC& out, std::wstring& strings, bool withNames) {
+    memset(&out, 0, sizeof out);
+    out.dbcid.eKind = DBKIND_NAME;
+    out.dbcid.uName.pwszName = withNames ? reinterpret_cast<LPOLESTR>(strings.size() + 1) : nullptr;  // fixed up later
+    if (withNames) strings += source.name + L'\0';
+    out.wType = source.type;
+    out.ulColumnSize = source.size;
+    out.bPrecision = source.precision;
+    out.bScale = source.scale;
+    std::vector<GUID> sets;
+    for (const auto& p : source.properties)
+        if (std::find(sets.begin(), sets.end(), p.set) == sets.end()) sets.push_back(p.set);
+    for (const auto& g : source.emptySets) sets.push_back(g);
+    out.cPropertySets = static_cast<ULONG>(sets.size());
+    out.rgPropertySets = static_cast<DBPROPSET*>(CoTaskMemAlloc(sizeof(DBPROPSET) * std::max<size_t>(1, sets.size())));
+    for (size_t i = 0; i < sets.size(); ++i) {
+        DBPROPSET& set = out.rgPropertySets[i];
+        set.guidPropertySet = sets[i];
+        set.cProperties = 0;
+        set.rgProperties = static_cast<DBPROP*>(CoTaskMemAlloc(sizeof(DBPROP) * std::max<size_t>(1, source.properties.size())));
+        for (const auto& p : source.properties) {
+            if (p.set != sets[i]) continue;
+            DBPROP& prop = set.rgProperties[set.cProperties++];
+            memset(&prop, 0, sizeof prop);
+            prop.dwPropertyID = p.id;
+            prop.colid = DB_NULLID;
+            VariantInit(&prop.vValue);
+            VariantCopy(&prop.vValue, const_cast<VARIANT*>(p.value.get()));
+        }
+    }
+}
+
+class FakeSession final
+    : public ComObject<FakeSession, IOpenRowset, IDBCreateCommand, IDBSchemaRowset, ITableCreation> {
 public:
-    FakeSession(std::shared_ptr<FakeResult> result, std::shared_ptr<FakeLog> log)
-        : m_result(std::move(result)), m_log(std::move(log)) {}
+    FakeSession(std::shared_ptr<FakeResult> result, std::shared_ptr<FakeLog> log, std::shared_ptr<FakeCatalog> catalog)
+        : m_result(std::move(result)), m_log(std::move(log)), m_catalog(std::move(catalog)) {}
+    void* QueryExtra(REFIID riid) noexcept {
+        return riid == IID_ITableDefinition && m_catalog ? static_cast<ITableCreation*>(this) : nullptr;
+    }
+    HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) noexcept {
+        // Without a catalog the session offers neither schema rowsets nor table definitions.
+        if (!m_catalog && (riid == IID_IDBSchemaRowset || riid == IID_ITableCreation)) {
+            if (ppv) *ppv = nullptr;
+            return E_NOINTERFACE;
+        }
+        if (m_catalog && !m_catalog->offersTableCreation && (riid == IID_ITableCreation)) {
+            if (ppv) *ppv = nullptr;
+            return E_NOINTERFACE;
+        }
+        return ComObject::NonDelegatingQueryInterface(riid, ppv);
+    }
+
     STDMETHODIMP OpenRowset(IUnknown*, DBID*, DBID*, REFIID, ULONG, DBPROPSET[], IUnknown**) override {
         return E_NOTIMPL;
     }
@@ -284,9 +334,85 @@ public:
         return FakeCommand::CreateInstance(outer, riid, reinterpret_cast<void**>(command), m_result, m_log);
     }
 
+    // IDBSchemaRowset
+    STDMETHODIMP GetRowset(IUnknown*, REFGUID schema, ULONG count, const VARIANT restrictions[], REFIID riid, ULONG,
+                           DBPROPSET[], IUnknown** rowset) override {
+        std::vector<std::wstring> seen;
+        for (ULONG i = 0; i < count; ++i)
+            seen.push_back(V_VT(&restrictions[i]) == VT_EMPTY ? L"<empty>"
+                           : V_VT(&restrictions[i]) == VT_BSTR ? std::wstring(V_BSTR(&restrictions[i]))
+                                                               : L"<other>");
+        m_catalog->requests.emplace_back(schema, std::move(seen));
+        for (auto& [guid, result] : m_catalog->schemas)
+            if (guid == schema)
+                return FakeRowsetObject::CreateInstance(nullptr, riid, reinterpret_cast<void**>(rowset), result, m_log);
+        return E_INVALIDARG;
+    }
+    STDMETHODIMP GetSchemas(ULONG*, GUID**, ULONG**) override { return E_NOTIMPL; }
+
+    // ITableDefinition
+    STDMETHODIMP CreateTable(IUnknown*, DBID* id, DBORDINAL count, const DBCOLUMNDESC columns[], REFIID, ULONG,
+                             DBPROPSET[], DBID**, IUnknown**) override {
+        ++m_catalog->createCalls;
+        std::wstring name = id && id->uName.pwszName ? id->uName.pwszName : L"";
+        if (m_catalog->tables.count(name)) return DB_E_DUPLICATETABLEID;
+        std::vector<FakeColumnDesc> descs;
+        for (DBORDINAL i = 0; i < count; ++i) {
+            FakeColumnDesc d;
+            d.name = columns[i].dbcid.uName.pwszName ? columns[i].dbcid.uName.pwszName : L"";
+            d.type = columns[i].wType;
+            d.size = columns[i].ulColumnSize;
+            d.precision = columns[i].bPrecision;
+            d.scale = columns[i].bScale;
+            d.typeName = columns[i].pwszTypeName ? columns[i].pwszTypeName : L"";
+            for (ULONG s = 0; s < columns[i].cPropertySets; ++s) {
+                const DBPROPSET& set = columns[i].rgPropertySets[s];
+                if (set.cProperties == 0) d.emptySets.push_back(set.guidPropertySet);
+                for (ULONG p = 0; p < set.cProperties; ++p)
+                    d.properties.push_back({set.guidPropertySet, set.rgProperties[p].dwPropertyID,
+                                            Variant(set.rgProperties[p].vValue)});
+            }
+            descs.push_back(std::move(d));
+        }
+        m_catalog->tables[name] = std::move(descs);
+        return S_OK;
+    }
+    STDMETHODIMP DropTable(DBID* id) override {
+        std::wstring name = id && id->uName.pwszName ? id->uName.pwszName : L"";
+        if (!m_catalog->tables.erase(name)) return DB_E_NOTABLE;
+        m_catalog->dropped.push_back(name);
+        return S_OK;
+    }
+    STDMETHODIMP AddColumn(DBID*, DBCOLUMNDESC*, DBID**) override { return E_NOTIMPL; }
+    STDMETHODIMP DropColumn(DBID*, DBID*) override { return E_NOTIMPL; }
+
+    // ITableCreation
+    STDMETHODIMP GetTableDefinition(DBID* id, DBORDINAL* count, DBCOLUMNDESC** columns, ULONG*, DBPROPSET**,
+                                    ULONG*, DBCONSTRAINTDESC**, OLECHAR** strings) override {
+        std::wstring name = id && id->uName.pwszName ? id->uName.pwszName : L"";
+        auto found = m_catalog->tables.find(name);
+        if (found == m_catalog->tables.end()) return DB_E_NOTABLE;
+        const auto& descs = found->second;
+        if (count) *count = descs.size();
+        if (!columns) return S_OK;
+        *columns = static_cast<DBCOLUMNDESC*>(CoTaskMemAlloc(sizeof(DBCOLUMNDESC) * std::max<size_t>(1, descs.size())));
+        std::wstring buffer;
+        for (size_t i = 0; i < descs.size(); ++i) FillDescription(descs[i], (*columns)[i], buffer, strings != nullptr);
+        if (strings) {
+            *strings = static_cast<OLECHAR*>(CoTaskMemAlloc(sizeof(OLECHAR) * std::max<size_t>(1, buffer.size())));
+            memcpy(*strings, buffer.data(), buffer.size() * sizeof(OLECHAR));
+            for (size_t i = 0; i < descs.size(); ++i) {
+                size_t offset = reinterpret_cast<size_t>((*columns)[i].dbcid.uName.pwszName) - 1;
+                (*columns)[i].dbcid.uName.pwszName = *strings + offset;
+            }
+        }
+        return S_OK;
+    }
+
 private:
     std::shared_ptr<FakeResult> m_result;
     std::shared_ptr<FakeLog> m_log;
+    std::shared_ptr<FakeCatalog> m_catalog;
 };
 
 class FakeDataSource final : public ComObject<FakeDataSource, IDBInitialize> {
@@ -297,9 +423,11 @@ public:
 
 }  // namespace
 
-ComPtr<IOpenRowset> MakeFakeSession(std::shared_ptr<FakeResult> result, std::shared_ptr<FakeLog> log) {
+ComPtr<IOpenRowset> MakeFakeSession(std::shared_ptr<FakeResult> result, std::shared_ptr<FakeLog> log,
+                                    std::shared_ptr<FakeCatalog> catalog) {
     ComPtr<IOpenRowset> session;
-    FakeSession::CreateInstance(nullptr, IID_IOpenRowset, session.put_void(), std::move(result), std::move(log));
+    FakeSession::CreateInstance(nullptr, IID_IOpenRowset, session.put_void(), std::move(result), std::move(log),
+                                std::move(catalog));
     return session;
 }
 
@@ -309,10 +437,11 @@ ComPtr<IDBInitialize> MakeFakeDataSource() {
     return source;
 }
 
-FakeConnection::FakeConnection(std::shared_ptr<FakeResult> r, std::shared_ptr<FakeLog> l)
-    : result(std::move(r)), log(std::move(l)) {
+FakeConnection::FakeConnection(std::shared_ptr<FakeResult> r, std::shared_ptr<FakeLog> l,
+                               std::shared_ptr<FakeCatalog> c)
+    : result(std::move(r)), log(std::move(l)), catalog(std::move(c)) {
     m_dataSource = MakeFakeDataSource();
-    m_session = MakeFakeSession(result, log);
+    m_session = MakeFakeSession(result, log, catalog);
 }
 
 }  // namespace zel::test

@@ -9,12 +9,14 @@
 #include <windows.h>
 #include <oledb.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "common/ComPtr.h"
 #include "common/OleDbIids.h"
+#include "common/Variant.h"
 #include "oledb/KobOleDbConnection.h"
 
 namespace zel::test {
@@ -66,9 +68,43 @@ struct FakeLog {
     int liveStreams = 0;  // storage objects alive
 };
 
+// One column property of a table definition.
+struct FakeColumnProperty {
+    GUID set;
+    DBPROPID id;
+    Variant value;
+};
+
+// One column of a table definition, as ITableCreation hands it out and CreateTable takes it.
+struct FakeColumnDesc {
+    std::wstring name;
+    DBTYPE type = DBTYPE_WSTR;
+    DBLENGTH size = 0;
+    BYTE precision = 0;
+    BYTE scale = 0;
+    std::wstring typeName;  // empty: no type name
+    std::vector<FakeColumnProperty> properties;
+    // Property sets of one GUID with no property (kept so readers see the set).
+    std::vector<GUID> emptySets;
+};
+
+// The catalog side of the test provider: schema rowsets by schema GUID, the restrictions
+// each GetRowset call received, and table definitions for ITableCreation/ITableDefinition.
+struct FakeCatalog {
+    std::vector<std::pair<GUID, std::shared_ptr<FakeResult>>> schemas;
+    // Per GetRowset call: the schema and each restriction ("<empty>" for VT_EMPTY).
+    std::vector<std::pair<GUID, std::vector<std::wstring>>> requests;
+    std::map<std::wstring, std::vector<FakeColumnDesc>> tables;
+    std::vector<std::wstring> dropped;
+    bool offersTableCreation = true;
+    int createCalls = 0;
+};
+
 // The session object of the fake provider: CreateCommand yields a command whose Execute
-// returns `result` (whatever the text).
-ComPtr<IOpenRowset> MakeFakeSession(std::shared_ptr<FakeResult> result, std::shared_ptr<FakeLog> log);
+// returns `result` (whatever the text); with a catalog it also offers IDBSchemaRowset,
+// ITableDefinition and ITableCreation over it.
+ComPtr<IOpenRowset> MakeFakeSession(std::shared_ptr<FakeResult> result, std::shared_ptr<FakeLog> log,
+                                    std::shared_ptr<FakeCatalog> catalog = nullptr);
 // A data-source object the connection can hold; it answers no property (so the server
 // takes it as connected).
 ComPtr<IDBInitialize> MakeFakeDataSource();
@@ -77,10 +113,12 @@ ComPtr<IDBInitialize> MakeFakeDataSource();
 class FakeConnection : public KobOleDbConnection {
 public:
     explicit FakeConnection(std::shared_ptr<FakeResult> result,
-                            std::shared_ptr<FakeLog> log = std::make_shared<FakeLog>());
+                            std::shared_ptr<FakeLog> log = std::make_shared<FakeLog>(),
+                            std::shared_ptr<FakeCatalog> catalog = nullptr);
     void Disconnect() { Close(); }
     std::shared_ptr<FakeResult> result;
     std::shared_ptr<FakeLog> log;
+    std::shared_ptr<FakeCatalog> catalog;
 };
 
 }  // namespace zel::test
