@@ -1,0 +1,30 @@
+// Pieces of IDispatch shared by the hand-written dispatchers: name lookup in a fixed table
+// and the EXCEPINFO of a failed method.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+
+#include <span>
+
+namespace zel::dispatch {
+
+struct NameEntry {
+    const wchar_t* name;
+    DISPID id;
+};
+
+// GetIDsOfNames over `table`: each name is compared without regard to case with the entries
+// from the first on, and the first match gives its id. The first unknown name ends the call
+// with DISP_E_UNKNOWNNAME, the ids of the names before it having been written.
+HRESULT LookUpNames(std::span<const NameEntry> table, LPOLESTR* names, UINT count, DISPID* ids) noexcept;
+
+// Forgets any error information of the thread, so that what a method leaves there is its own.
+void ForgetThreadErrorInfo() noexcept;
+
+// Describes a method's failure `hr` in `excepInfo` (when not null): wCode 0, scode `hr`, and
+// the source, description, help file and help context of the thread's error information
+// when there is some. The error information stays on the thread for the caller.
+void DescribeFailure(EXCEPINFO* excepInfo, HRESULT hr) noexcept;
+
+}  // namespace zel::dispatch
