@@ -4,6 +4,7 @@
 #include <windows.h>
 #include <objbase.h>
 
+#include <type_traits>
 #include <utility>
 
 #include "common/ComError.h"
@@ -32,6 +33,9 @@ public:
         if (m_ptr) m_ptr->AddRef();
     }
     ComPtr(const ComPtr& other) noexcept : ComPtr(other.m_ptr) {}
+    // From a pointer to a derived interface or object (an implicit up-cast, no query).
+    template <typename U, typename = std::enable_if_t<std::is_convertible_v<U*, T*>>>
+    ComPtr(const ComPtr<U>& other) noexcept : ComPtr(static_cast<T*>(other.get())) {}
     ComPtr(ComPtr&& other) noexcept : m_ptr(std::exchange(other.m_ptr, nullptr)) {}
     ComPtr& operator=(const ComPtr& other) noexcept {
         ComPtr(other).swap(*this);

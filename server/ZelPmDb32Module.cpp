@@ -1,0 +1,116 @@
+#include "server/ZelPmDb32Module.h"
+
+#include <objbase.h>
+
+#include <string>
+
+#include "common/ComObject.h"
+#include "helper/ZelOleDbHelperImpl.h"
+#include "server/CommandLine.h"
+#include "server/Registration.h"
+#include "service/ZelOleDbImpl.h"
+
+namespace zel {
+
+CKobPmDb32Module* CKobPmDb32Module::s_instance = nullptr;
+
+namespace {
+
+constexpr DWORD kShutdownTimeout = 5000;  // bounds the wait for the monitor thread on a failed start
+
+std::wstring ModulePath() {
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        DWORD n = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        if (n < path.size()) {
+            path.resize(n);
+            return path;
+        }
+        path.resize(path.size() * 2);
+    }
+}
+
+}  // namespace
+
+int CKobPmDb32Module::WinMain(const wchar_t* commandLine) {
+    HRESULT hr = CoInitialize(nullptr);
+    if (FAILED(hr)) return hr;
+    m_mainThreadId = GetCurrentThreadId();
+    s_instance = this;
+    switch (ParseCommandLine(commandLine)) {
+        case ServerAction::RegServer: hr = RegisterServer(RegistrationScope::Machine, ModulePath()); break;
+        case ServerAction::UnregServer: hr = UnregisterServer(RegistrationScope::Machine); break;
+        case ServerAction::RegServerPerUser: hr = RegisterServer(RegistrationScope::User, ModulePath()); break;
+        case ServerAction::UnregServerPerUser: hr = UnregisterServer(RegistrationScope::User); break;
+        case ServerAction::Run: hr = RunServer(); break;
+    }
+    CoUninitialize();
+    return static_cast<int>(hr);
+}
+
+void CKobPmDb32Module::OnServerLock(bool lock) {
+    if (lock) {
+        CoAddRefServerProcess();
+    } else if (CoReleaseServerProcess() == 0 && s_instance && s_instance->m_shutdownEvent) {
+        // The last object and lock are gone: the monitor thread ends the message loop.
+        SetEvent(s_instance->m_shutdownEvent);
+    }
+}
+
+DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
+    auto* module = static_cast<CKobPmDb32Module*>(parameter);
+    WaitForSingleObject(module->m_shutdownEvent, INFINITE);
+    PostThreadMessageW(module->m_mainThreadId, WM_QUIT, 0, 0);
+    return 0;
+}
+
+HRESULT CKobPmDb32Module::RegisterClassObjects() {
+    ComPtr<IClassFactory> helper = ClassFactory<ZelOleDbHelperImpl>::Make();
+    ComPtr<IClassFactory> service = ClassFactory<ZelOleDbImpl>::Make();
+    HRESULT hr = CoRegisterClassObject(CLSID_ZelOleDbHelperImpl, helper.get(), CLSCTX_LOCAL_SERVER,
+                                       REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED, &m_cookies[0]);
+    if (SUCCEEDED(hr))
+        hr = CoRegisterClassObject(CLSID_ZelOleDbImpl, service.get(), CLSCTX_LOCAL_SERVER,
+                                   REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED, &m_cookies[1]);
+    return hr;
+}
+
+void CKobPmDb32Module::RevokeClassObjects() noexcept {
+    for (DWORD& cookie : m_cookies) {
+        if (cookie) CoRevokeClassObject(cookie);
+        cookie = 0;
+    }
+}
+
+HRESULT CKobPmDb32Module::RunServer() {
+    ModuleLifetime::SetHook(&CKobPmDb32Module::OnServerLock);
+    HRESULT hr = RegisterClassObjects();
+    if (FAILED(hr)) {
+        RevokeClassObjects();
+        return hr;
+    }
+    m_shutdownEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    HANDLE monitor = m_shutdownEvent ? CreateThread(nullptr, 0, &MonitorThread, this, 0, nullptr) : nullptr;
+    hr = monitor ? CoResumeClassObjects() : HRESULT_FROM_WIN32(GetLastError());
+    if (FAILED(hr)) {
+        if (m_shutdownEvent) SetEvent(m_shutdownEvent);
+        if (monitor) WaitForSingleObject(monitor, 2 * kShutdownTimeout);
+        if (monitor) CloseHandle(monitor);
+        RevokeClassObjects();
+        return hr;
+    }
+
+    MSG message;
+    while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
+    WaitForSingleObject(monitor, kShutdownTimeout);
+    CloseHandle(monitor);
+    CloseHandle(m_shutdownEvent);
+    m_shutdownEvent = nullptr;
+    RevokeClassObjects();
+    return static_cast<HRESULT>(message.wParam);
+}
+
+}  // namespace zel

@@ -1,0 +1,66 @@
+#include "service/ZelOleDbImpl.h"
+
+#include "server/Dispatch.h"
+#include "server/TypeLibrary.h"
+
+namespace zel {
+
+ZelOleDbImpl::~ZelOleDbImpl() {
+    if (m_connection) {
+        if (m_connection->IsConnected()) m_connection->Close();
+        m_connection.reset();
+    }
+    // Objects still registered are freed with their entries, in the order indexes, columns,
+    // tables, commands: no handle outlives its service object, so nothing can reach them.
+    m_indexes.clear();
+    m_columns.clear();
+    m_tables.clear();
+    m_commands.clear();
+}
+
+void* ZelOleDbImpl::QueryExtra(REFIID riid) noexcept {
+    return riid == IID_IDispatch ? static_cast<IZelOleDb*>(this) : nullptr;
+}
+
+ULONG ZelOleDbImpl::NonDelegatingAddRef() noexcept { return static_cast<ULONG>(++m_refs); }
+
+ULONG ZelOleDbImpl::NonDelegatingRelease() noexcept {
+    LONG refs = --m_refs;
+    if (refs == 0) {
+        m_refs = kFinalReleaseGuard;
+        // The module stays locked until the destructor has finished (ComObject releases its
+        // lock last), so the server cannot shut down half-way through the clean-up.
+        delete this;
+        return 0;
+    }
+    return static_cast<ULONG>(refs);
+}
+
+STDMETHODIMP ZelOleDbImpl::GetTypeInfoCount(UINT* count) {
+    if (!count) return E_POINTER;
+    ComPtr<ITypeInfo> info;
+    *count = SUCCEEDED(GetZelTypeInfo(IID_IZelOleDb, info.put())) ? 1 : 0;
+    return S_OK;
+}
+
+STDMETHODIMP ZelOleDbImpl::GetTypeInfo(UINT index, LCID, ITypeInfo** info) {
+    if (index != 0) return DISP_E_BADINDEX;
+    if (!info) return E_POINTER;
+    return GetZelTypeInfo(IID_IZelOleDb, info);
+}
+
+STDMETHODIMP ZelOleDbImpl::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) {
+    return ZelOleDbGetIDsOfNames(names, count, ids);
+}
+
+STDMETHODIMP ZelOleDbImpl::Invoke(DISPID member, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result,
+                                  EXCEPINFO* excepInfo, UINT* argErr) {
+    return ZelOleDbInvoke(this, member, params, result, excepInfo, argErr);
+}
+
+STDMETHODIMP ZelOleDbImpl::GetClassInfo(ITypeInfo** info) {
+    if (!info) return E_POINTER;
+    return GetZelTypeInfo(CLSID_ZelOleDbImpl, info);
+}
+
+}  // namespace zel

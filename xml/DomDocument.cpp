@@ -1,0 +1,70 @@
+#include "xml/DomDocument.h"
+
+#include <ole2.h>
+
+#include "common/ComError.h"
+#include "common/Variant.h"
+
+namespace zel {
+
+HRESULT TryCreateDomDocument(ComPtr<IXMLDOMDocument2>& document) noexcept {
+    document.reset();
+    ComPtr<IUnknown> unknown;
+    HRESULT hr = CoCreateInstance(CLSID_DOMDocument60, nullptr, CLSCTX_ALL, IID_IUnknown, unknown.put_void());
+    if (FAILED(hr)) return hr;
+    hr = OleRun(unknown.get());
+    if (FAILED(hr)) return hr;
+    return unknown.query(document);
+}
+
+ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* parent, const wchar_t* name) {
+    if (!document || !parent) ThrowHr(E_POINTER);
+    Bstr tag(name);
+    ComPtr<IXMLDOMElement> element;
+    ZEL_THROW_IF_FAILED(document->createElement(tag.get(), element.put()));
+    if (!element) ThrowHr(E_POINTER);
+    ComPtr<IXMLDOMNode> appended;
+    ZEL_THROW_IF_FAILED(parent->appendChild(element.get(), appended.put()));
+    return element;
+}
+
+void SetAttribute(IXMLDOMElement* element, const wchar_t* name, const VARIANT& value) {
+    if (!element) ThrowHr(E_POINTER);
+    Bstr attribute(name);
+    ZEL_THROW_IF_FAILED(element->setAttribute(attribute.get(), value));
+}
+
+void SetAttributeText(IXMLDOMElement* element, const wchar_t* name, const wchar_t* value) {
+    Variant text(std::wstring_view(value ? value : L""));
+    SetAttribute(element, name, *text.get());
+}
+
+std::optional<Bstr> ReadAttributeText(IXMLDOMNode* node, const wchar_t* name) {
+    if (!node) ThrowHr(E_POINTER);
+    ComPtr<IXMLDOMNamedNodeMap> attributes;
+    ZEL_THROW_IF_FAILED(node->get_attributes(attributes.put()));
+    if (!attributes) return std::nullopt;  // not an element: no attributes at all
+    Bstr attributeName(name);
+    ComPtr<IXMLDOMNode> item;
+    ZEL_THROW_IF_FAILED(attributes->getNamedItem(attributeName.get(), item.put()));
+    if (!item) return std::nullopt;
+    ComPtr<IXMLDOMAttribute> attribute = item.as<IXMLDOMAttribute>();
+    Variant value;
+    ZEL_THROW_IF_FAILED(attribute->get_value(value.put()));
+    if (value.vt() != VT_BSTR) ZEL_THROW_IF_FAILED(value.change_type(VT_BSTR));
+    Bstr text;
+    if (V_BSTR(value.get())) text = Bstr::Attach(V_BSTR(value.get()));
+    V_VT(value.get()) = VT_EMPTY;  // ownership of the string moved to `text`
+    if (!text) text = Bstr(L"");
+    return text;
+}
+
+Bstr DocumentXml(IXMLDOMDocument* document) {
+    if (!document) ThrowHr(E_POINTER);
+    ComPtr<IXMLDOMNode> node = ComPtr<IXMLDOMDocument>(document).as<IXMLDOMNode>();
+    Bstr text;
+    ZEL_THROW_IF_FAILED(node->get_xml(text.put()));
+    return text;
+}
+
+}  // namespace zel

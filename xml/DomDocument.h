@@ -1,0 +1,38 @@
+// Small building blocks over the MSXML 6.0 DOM shared by the server's XML documents:
+// document creation, element and attribute writing, attribute reading. Failing DOM calls
+// raise ComError with the call's HRESULT.
+#pragma once
+
+#include <windows.h>
+#include <msxml2.h>
+
+#include <optional>
+
+#include "common/Bstr.h"
+#include "common/ComPtr.h"
+#include "common/OleDbIids.h"
+
+namespace zel {
+
+// Creates an MSXML 6.0 document: CoCreateInstance of CLSID_DOMDocument60 (CLSCTX_ALL) for
+// IUnknown, OleRun, then IXMLDOMDocument2. Returns the first failing HRESULT; `document`
+// is null on failure.
+HRESULT TryCreateDomDocument(ComPtr<IXMLDOMDocument2>& document) noexcept;
+
+// Creates element `name` in `document` and appends it to `parent`. Throws ComError.
+ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* parent, const wchar_t* name);
+
+// Sets attribute `name` to `value`; the DOM converts the VARIANT to text. Throws ComError.
+void SetAttribute(IXMLDOMElement* element, const wchar_t* name, const VARIANT& value);
+// Sets attribute `name` to a text value (VT_BSTR; null counts as empty). Throws ComError.
+void SetAttributeText(IXMLDOMElement* element, const wchar_t* name, const wchar_t* value);
+
+// The text of attribute `name` of `node` (its value converted to VT_BSTR), or nothing when
+// the node has no such attribute. Throws ComError when a DOM call fails.
+std::optional<Bstr> ReadAttributeText(IXMLDOMNode* node, const wchar_t* name);
+
+// The document's XML text (IXMLDOMNode::get_xml). Throws ComError; E_POINTER for a null
+// document.
+Bstr DocumentXml(IXMLDOMDocument* document);
+
+}  // namespace zel
