@@ -18,16 +18,23 @@ HRESULT ReadColumn(KobOleDbColumns* columns, Out* result, Out fallback, Read&& r
     return S_OK;
 }
 
+// Reads one identity answer for the current column: E_FAIL for an unknown handle or a null
+// result; `fallback` when there is no identity record for it.
+template <typename Out, typename Read>
+HRESULT ReadIdentity(KobOleDbColumns* columns, Out* result, Out fallback, Read&& read) {
+    if (!columns || !result) return E_FAIL;
+    const KobOleDbColumns::Identity* identity = columns->CurrentIdentity();
+    *result = identity ? read(*identity) : fallback;
+    return S_OK;
+}
+
 }  // namespace
 
 STDMETHODIMP ZelOleDbImpl::ColOpen(ULONG* client, BSTR catalog, BSTR schema, BSTR table, BSTR column,
                                    VARIANT_BOOL inclExtendedData, BSTR* errorText, BSTR* errorStmt) {
     try {
-        return IssueHandle(m_columns, client, [&](KobOleDbColumns& columns) {
-            bool ok = columns.Open(m_connection.get(), catalog, schema, table, column, inclExtendedData);
-            PutString(errorText, columns.GetErrorText());
-            PutString(errorStmt, columns.GetErrorStatement());
-            return ok ? S_OK : E_FAIL;
+        return OpenEnumeration(m_columns, client, errorText, errorStmt, [&](KobOleDbColumns& columns) {
+            return columns.Open(m_connection.get(), catalog, schema, table, column, inclExtendedData);
         });
     }
     ZEL_CATCH_RETURN()
@@ -42,10 +49,7 @@ STDMETHODIMP ZelOleDbImpl::ColDestroy(ULONG client) {
 
 STDMETHODIMP ZelOleDbImpl::ColClose(ULONG client) {
     try {
-        KobOleDbColumns* columns = Find(m_columns, client);
-        if (!columns) return E_FAIL;
-        columns->Close();  // the identity list stays
-        return S_OK;
+        return CloseEnumeration(m_columns, client);
     }
     ZEL_CATCH_RETURN()
 }
@@ -199,33 +203,24 @@ STDMETHODIMP ZelOleDbImpl::ColDateTimePrecision(ULONG client, LONG* result) {
 
 STDMETHODIMP ZelOleDbImpl::ColIsIdentity(ULONG client, VARIANT_BOOL* result) {
     try {
-        KobOleDbColumns* columns = Find(m_columns, client);
-        if (!columns || !result) return E_FAIL;
-        const auto* identity = columns->CurrentIdentity();
-        *result = ToVariantBool(identity && identity->isIdentity);
-        return S_OK;
+        return ReadIdentity<VARIANT_BOOL>(Find(m_columns, client), result, VARIANT_FALSE,
+                                          [](const KobOleDbColumns::Identity& i) { return ToVariantBool(i.isIdentity); });
     }
     ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP ZelOleDbImpl::ColSeed(ULONG client, LONG* result) {
     try {
-        KobOleDbColumns* columns = Find(m_columns, client);
-        if (!columns || !result) return E_FAIL;
-        const auto* identity = columns->CurrentIdentity();
-        *result = identity ? identity->seed : -1;
-        return S_OK;
+        return ReadIdentity<LONG>(Find(m_columns, client), result, -1,
+                                  [](const KobOleDbColumns::Identity& i) { return i.seed; });
     }
     ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP ZelOleDbImpl::ColIncrement(ULONG client, LONG* result) {
     try {
-        KobOleDbColumns* columns = Find(m_columns, client);
-        if (!columns || !result) return E_FAIL;
-        const auto* identity = columns->CurrentIdentity();
-        *result = identity ? identity->increment : -1;
-        return S_OK;
+        return ReadIdentity<LONG>(Find(m_columns, client), result, -1,
+                                  [](const KobOleDbColumns::Identity& i) { return i.increment; });
     }
     ZEL_CATCH_RETURN()
 }

@@ -19,6 +19,7 @@
 #include "oledb/KobOleDbConnection.h"
 #include "oledb/KobOleDbIndexes.h"
 #include "oledb/KobOleDbTables.h"
+#include "service/OutParams.h"
 
 namespace zel {
 
@@ -163,6 +164,13 @@ private:
     // ...Destroy: E_FAIL for an unknown handle; otherwise the object and its entry go.
     template <typename T>
     static HRESULT DestroyHandle(Registry<T>& registry, ULONG client);
+    // TblOpen, ColOpen, IdxOpen: issues the handle, runs `open` on the enumeration, and hands
+    // out its error text and statement whether or not the open succeeded. S_OK or E_FAIL.
+    template <typename T, typename Open>
+    HRESULT OpenEnumeration(Registry<T>& registry, ULONG* client, BSTR* errorText, BSTR* errorStmt, Open&& open);
+    // ...Close: E_FAIL for an unknown handle; otherwise the enumeration's rowset is closed.
+    template <typename T>
+    static HRESULT CloseEnumeration(Registry<T>& registry, ULONG client);
 
     std::unique_ptr<KobOleDbConnection> m_connection;
     Registry<KobOleDbCommand> m_commands;
@@ -186,6 +194,25 @@ HRESULT ZelOleDbImpl::IssueHandle(Registry<T>& registry, ULONG* client, Work&& w
     HRESULT hr = work(*object);
     if (created) registry.try_emplace(*client, std::move(created));
     return hr;
+}
+
+template <typename T, typename Open>
+HRESULT ZelOleDbImpl::OpenEnumeration(Registry<T>& registry, ULONG* client, BSTR* errorText, BSTR* errorStmt,
+                                      Open&& open) {
+    return IssueHandle(registry, client, [&](T& enumeration) {
+        bool ok = open(enumeration);
+        PutString(errorText, enumeration.GetErrorText());
+        PutString(errorStmt, enumeration.GetErrorStatement());
+        return ok ? S_OK : E_FAIL;
+    });
+}
+
+template <typename T>
+HRESULT ZelOleDbImpl::CloseEnumeration(Registry<T>& registry, ULONG client) {
+    T* enumeration = Find(registry, client);
+    if (!enumeration) return E_FAIL;
+    enumeration->Close();
+    return S_OK;
 }
 
 template <typename T>

@@ -11,11 +11,8 @@ namespace zel {
 STDMETHODIMP ZelOleDbImpl::IdxOpen(ULONG* client, BSTR catalog, BSTR schema, BSTR table, BSTR index, BSTR* errorText,
                                    BSTR* errorStmt) {
     try {
-        return IssueHandle(m_indexes, client, [&](KobOleDbIndexes& indexes) {
-            bool ok = indexes.Open(m_connection.get(), catalog, schema, table, index);
-            PutString(errorText, indexes.GetErrorText());
-            PutString(errorStmt, indexes.GetErrorStatement());
-            return ok ? S_OK : E_FAIL;
+        return OpenEnumeration(m_indexes, client, errorText, errorStmt, [&](KobOleDbIndexes& indexes) {
+            return indexes.Open(m_connection.get(), catalog, schema, table, index);
         });
     }
     ZEL_CATCH_RETURN()
@@ -30,10 +27,7 @@ STDMETHODIMP ZelOleDbImpl::IdxDestroy(ULONG client) {
 
 STDMETHODIMP ZelOleDbImpl::IdxClose(ULONG client) {
     try {
-        KobOleDbIndexes* indexes = Find(m_indexes, client);
-        if (!indexes) return E_FAIL;
-        indexes->Close();
-        return S_OK;
+        return CloseEnumeration(m_indexes, client);
     }
     ZEL_CATCH_RETURN()
 }

@@ -11,11 +11,8 @@ namespace zel {
 STDMETHODIMP ZelOleDbImpl::TblOpen(ULONG* client, BSTR catalog, BSTR schema, BSTR name, BSTR type, BSTR* errorText,
                                    BSTR* errorStmt) {
     try {
-        return IssueHandle(m_tables, client, [&](KobOleDbTables& tables) {
-            bool ok = tables.Open(m_connection.get(), catalog, schema, name, type);
-            PutString(errorText, tables.GetErrorText());
-            PutString(errorStmt, tables.GetErrorStatement());
-            return ok ? S_OK : E_FAIL;
+        return OpenEnumeration(m_tables, client, errorText, errorStmt, [&](KobOleDbTables& tables) {
+            return tables.Open(m_connection.get(), catalog, schema, name, type);
         });
     }
     ZEL_CATCH_RETURN()
@@ -40,10 +37,7 @@ STDMETHODIMP ZelOleDbImpl::TblFetchNext(ULONG client, VARIANT_BOOL* result) {
 
 STDMETHODIMP ZelOleDbImpl::TblClose(ULONG client) {
     try {
-        KobOleDbTables* tables = Find(m_tables, client);
-        if (!tables) return E_FAIL;
-        tables->Close();
-        return S_OK;
+        return CloseEnumeration(m_tables, client);
     }
     ZEL_CATCH_RETURN()
 }
