@@ -75,6 +75,16 @@ private:
     HRESULT m_hr = S_OK;
 };
 
+// True when version 1.0 of the type library is registered (HKCR\TypeLib\{libid}\1.0), which
+// is where both the machine-wide and the per-user type-library registration are seen.
+bool TypeLibRegistered() {
+    const std::wstring path = L"TypeLib\\" + GuidString(LIBID_ZelPmDb32Lib) + L"\\1.0";
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
+    RegCloseKey(key);
+    return true;
+}
+
 HRESULT DeleteTree(HKEY root, const std::wstring& path) {
     LONG status = RegDeleteTreeW(root, path.c_str());
     if (status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND) return S_OK;
@@ -133,9 +143,11 @@ HRESULT UnregisterServer(RegistrationScope scope) {
     remove(std::wstring(L"AppID\\") + kExeName);
     if (opened) RegCloseKey(opened);
 
+    // A library that is not registered is not an error for unregistration. Wine's
+    // UnRegisterTypeLib answers E_INVALIDARG for it, so look for the version key first.
+    if (!TypeLibRegistered()) return hr;
     HRESULT lib = scope == RegistrationScope::Machine ? UnRegisterTypeLib(LIBID_ZelPmDb32Lib, 1, 0, 0, SYS_WIN32)
                                                       : UnRegisterTypeLibForUser(LIBID_ZelPmDb32Lib, 1, 0, 0, SYS_WIN32);
-    // A library that is not registered is not an error for unregistration.
     if (FAILED(lib) && lib != TYPE_E_REGISTRYACCESS && lib != TYPE_E_CANTLOADLIBRARY && SUCCEEDED(hr)) hr = lib;
     return hr;
 }

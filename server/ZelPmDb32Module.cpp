@@ -52,7 +52,11 @@ void CKobPmDb32Module::OnServerLock(bool lock) {
     if (lock) {
         CoAddRefServerProcess();
     } else if (CoReleaseServerProcess() == 0 && s_instance && s_instance->m_shutdownEvent) {
-        // The last object and lock are gone: the monitor thread ends the message loop.
+        // The last object and lock are gone: no new client may reach this process any more,
+        // so an activation that comes now starts a new server. Windows suspends the class
+        // objects itself at this point; Wine does not, and would hand the dying process's
+        // class objects to the next client. Then the monitor thread ends the message loop.
+        s_instance->RevokeClassObjects();
         SetEvent(s_instance->m_shutdownEvent);
     }
 }

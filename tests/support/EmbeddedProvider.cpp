@@ -13,7 +13,9 @@ HRESULT RegisterEmbeddedProvider() {
     HMODULE module = LoadLibraryW(dll.c_str());
     if (!module) return HRESULT_FROM_WIN32(GetLastError());
     using RegisterFunction = HRESULT(STDAPICALLTYPE*)();
-    auto registerServer = reinterpret_cast<RegisterFunction>(GetProcAddress(module, "DllRegisterServer"));
+    // Through void*: FARPROC and the export's own type are different function types.
+    auto registerServer =
+        reinterpret_cast<RegisterFunction>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
     return registerServer ? registerServer() : HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
 }
 

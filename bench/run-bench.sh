@@ -1,0 +1,150 @@
+#!/usr/bin/env bash
+# Runs the benchmark suite of an already built pair of trees and writes the results tables.
+# Called by `./zel bench [--quick] [--runs N]`; usable alone with ZEL_TREES set.
+#
+# The suite runs in a Wine prefix of its own (build/bench/wineprefix by default), where it
+# registers the provider and the server of the measured trees: registration is machine-wide
+# in a prefix, and the prefix's wineserver carries every cross-process call, so a shared
+# prefix would let test runs and benchmarks disturb each other.
+set -euo pipefail
+
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+TREES="${ZEL_TREES:-$ROOT/build}"
+OUT="${ZEL_BENCH_OUT:-$ROOT/build/bench}"
+BENCH_PREFIX="${ZEL_BENCH_PREFIX:-$OUT/wineprefix}"
+STEP_TIMEOUT="${ZEL_BENCH_STEP_TIMEOUT:-1200}"  # seconds one measurement may take
+
+QUICK=0
+RUNS=5
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --quick) QUICK=1 ;;
+    --runs) RUNS="$2"; shift ;;
+    *) echo "usage: ./zel bench [--quick] [--runs N]   (N >= 5)" >&2; exit 2 ;;
+  esac
+  shift
+done
+if [ "$RUNS" -lt 5 ]; then echo "--runs must be at least 5" >&2; exit 2; fi
+
+SIZES=(1000 10000 100000)
+[ "$QUICK" -eq 1 ] || SIZES+=(1000000)
+# Cross-process calls cost milliseconds on a loaded machine, so the row-by-row walk over the
+# boundary (5a: seven calls a row) reads the first WALK_ROWS rows of each result per run;
+# its rates are per row and per call, comparable across N.
+WALK_ROWS=200
+[ "$QUICK" -eq 1 ] || WALK_ROWS=2000
+FLOOR_CALLS=500       # ConIsConnected calls per run of figure 6 (and 6b)
+PAIRED_CALLS=200      # ConIsConnected calls after each run of 5a (6p)
+# The in-process service walk (5c) executes the query with its document first, as every
+# execution does; in quick mode it stops at N = 10,000 to stay within the time budget.
+SERVICE_MAX_N=1000000
+[ "$QUICK" -eq 1 ] && SERVICE_MAX_N=10000
+CATALOG_TABLES=1000
+WIDE_COLUMNS=255
+
+W32="$TREES/win32/bin"
+W64="$TREES/win64/bin"
+for program in "$W32/ZelBenchLocal.exe" "$W32/ZelBenchReport.exe" "$W32/ZelPmDb32.exe" "$W32/ZelLite.dll" \
+               "$W64/ZelBenchRemote.exe"; do
+  [ -f "$program" ] || { echo "[bench] missing $program: build the trees first" >&2; exit 1; }
+done
+
+export WINEPREFIX="$BENCH_PREFIX"
+export WINEDEBUG="${WINEDEBUG:--all}"
+export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=}"
+
+log() { printf '[bench] %s\n' "$*" >&2; }
+winpath() { local p="$1"; echo "Z:${p//\//\\}"; }
+
+mkdir -p "$OUT/data"
+if [ ! -f "$BENCH_PREFIX/system.reg" ] || [ ! -d "$BENCH_PREFIX/drive_c/windows/syswow64" ]; then
+  log "creating the benchmark Wine prefix in $BENCH_PREFIX"
+  mkdir -p "$BENCH_PREFIX"
+  wineboot -i >/dev/null 2>&1 || true
+  wineserver -w
+fi
+# Keep this prefix's wineserver up between the programs of the run.
+wineserver -p60 </dev/null >/dev/null 2>&1 || true
+
+START=$(date +%s)
+RAW="$OUT/raw.csv"
+CONTEXT="$OUT/context.txt"
+rm -f "$RAW"
+
+log "registering the provider and the server of $TREES"
+wine "$W32/ZelBenchLocal.exe" register-provider
+wine "$W32/ZelPmDb32.exe" /RegServer
+
+# Appends a failure record when a measuring program ended without writing one (a crash or
+# the step timeout), so the table shows the gap instead of hiding it.
+measure() { # figure-label n program args...
+  local label="$1" n="$2"; shift 2
+  local before=0 code=0
+  [ -f "$RAW" ] && before=$(wc -l < "$RAW")
+  timeout "$STEP_TIMEOUT" wine "$@" || code=$?
+  local after=0
+  [ -f "$RAW" ] && after=$(wc -l < "$RAW")
+  if [ "$after" -eq "$before" ]; then
+    [ -f "$RAW" ] || echo "figure,title,n,status,note,memory_counter,memory_before,memory_peak,rows,calls,bytes,seconds,setup_seconds,cpu_seconds" > "$RAW"
+    local why="the program ended with code $code without a result"
+    [ "$code" -eq 124 ] && why="stopped after ${STEP_TIMEOUT} s"
+    echo "$label,\"$label\",$n,failed,\"$why\",,0,0,0,0,0,,," >> "$RAW"
+    log "figure $label at N=$n: $why"
+  fi
+}
+
+for n in "${SIZES[@]}"; do
+  db="$OUT/data/rows-$n.db"
+  if [ ! -f "$db" ]; then
+    log "generating $n rows"
+    wine "$W32/ZelBenchLocal.exe" generate --db "$(winpath "$db")" --rows "$n"
+  fi
+done
+catalog="$OUT/data/catalog-$CATALOG_TABLES-$WIDE_COLUMNS.db"
+if [ ! -f "$catalog" ]; then
+  log "generating the catalog ($CATALOG_TABLES tables, one of $WIDE_COLUMNS columns)"
+  wine "$W32/ZelBenchLocal.exe" generate-catalog --db "$(winpath "$catalog")" --tables "$CATALOG_TABLES" \
+    --columns "$WIDE_COLUMNS"
+fi
+
+{
+  echo "Run: $(date -u '+%Y-%m-%d %H:%M UTC'), $([ "$QUICK" -eq 1 ] && echo 'quick (N up to 100,000)' || echo 'full (N up to 1,000,000)'), $RUNS measured runs per figure; in-process figures and 5b after one warm-up run up to N = 10,000 (none above), 5a, 6 and 7 without; 5a walks at most $WALK_ROWS rows per run, 5c runs up to N = $SERVICE_MAX_N"
+  echo "Machine: $(nproc) cores ($(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//')), $(wine --version), load average at start: $(cut -d' ' -f1-3 /proc/loadavg)"
+  echo "Catalog: $(wine "$W32/ZelBenchLocal.exe" catalog-check --db "$(winpath "$catalog")" | tr -d '\r')"
+  echo "Trees: $TREES (32-bit server and provider, 64-bit client); Wine prefix: $BENCH_PREFIX"
+} > "$CONTEXT"
+
+RAW_WIN="$(winpath "$RAW")"
+for n in "${SIZES[@]}"; do
+  db="$(winpath "$OUT/data/rows-$n.db")"
+  # A warm-up run matters where runs are short; at 100,000 rows and more it would only add time.
+  warmups=1
+  [ "$n" -ge 100000 ] && warmups=0
+  common=(--db "$db" --rows "$n" --runs "$RUNS" --warmups "$warmups" --out "$RAW_WIN")
+  measure 1 "$n" "$W32/ZelBenchLocal.exe" run --figure sqlite "${common[@]}"
+  measure 2 "$n" "$W32/ZelBenchLocal.exe" run --figure oledb "${common[@]}"
+  measure 3 "$n" "$W32/ZelBenchLocal.exe" run --figure command "${common[@]}"
+  measure 4 "$n" "$W32/ZelBenchLocal.exe" run --figure xml "${common[@]}"
+  if [ "$n" -le "$SERVICE_MAX_N" ]; then
+    measure 5c "$n" "$W32/ZelBenchLocal.exe" run --figure service "${common[@]}"
+  fi
+  remote=(--db "$db" --n "$n" --runs "$RUNS" --out "$RAW_WIN")
+  measure 5a "$n" "$W64/ZelBenchRemote.exe" run --figure fetch "${remote[@]}" --warmups 0 --walk-rows "$WALK_ROWS" \
+    --paired-calls "$PAIRED_CALLS"
+  measure 5b "$n" "$W64/ZelBenchRemote.exe" run --figure xml "${remote[@]}" --warmups "$warmups"
+done
+
+db="$(winpath "$OUT/data/rows-1000.db")"
+measure 6 "$FLOOR_CALLS" "$W64/ZelBenchRemote.exe" run --figure call-floor --db "$db" --n "$FLOOR_CALLS" \
+  --runs "$RUNS" --warmups 0 --out "$RAW_WIN"
+measure 6b "$FLOOR_CALLS" "$W64/ZelBenchRemote.exe" run --figure call-floor-closed --db "$db" --n "$FLOOR_CALLS" \
+  --runs "$RUNS" --warmups 0 --out "$RAW_WIN"
+measure 7a "$CATALOG_TABLES" "$W64/ZelBenchRemote.exe" run --figure tables --db "$(winpath "$catalog")" \
+  --n "$CATALOG_TABLES" --runs "$RUNS" --warmups 0 --out "$RAW_WIN"
+measure 7b "$WIDE_COLUMNS" "$W64/ZelBenchRemote.exe" run --figure columns --db "$(winpath "$catalog")" \
+  --n "$WIDE_COLUMNS" --runs "$RUNS" --warmups 0 --out "$RAW_WIN"
+
+echo "Load average at end: $(cut -d' ' -f1-3 /proc/loadavg); the suite took $(( $(date +%s) - START )) s" >> "$CONTEXT"
+wine "$W32/ZelBenchReport.exe" --raw "$RAW_WIN" --md "$(winpath "$OUT/results.md")" \
+  --csv "$(winpath "$OUT/results.csv")" --context "$(winpath "$CONTEXT")" | tr -d '\r'
+log "wrote $OUT/results.md and $OUT/results.csv"

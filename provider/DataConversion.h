@@ -1,0 +1,42 @@
+// ZelLite's own data conversions from stored values to the types a consumer binds (the system
+// conversion library under Wine lacks several of them). The rules follow OLE DB's: numbers
+// round half to even into integers, text is ISO for dates and plain decimal notation for
+// numbers, binary data becomes hexadecimal text, and the status says what happened
+// (DBSTATUS_S_OK, _S_ISNULL, _S_TRUNCATED, _E_CANTCONVERTVALUE, _E_DATAOVERFLOW).
+#pragma once
+
+#include <windows.h>
+#include <oledb.h>
+
+#include "provider/ValueReader.h"
+
+namespace zel::lite {
+
+// Whether a value of type `from` can be delivered as (or taken from) type `to`; `to` may carry
+// DBTYPE_BYREF for STR, WSTR and BYTES. Used for accessor validation and IConvertType.
+bool CanConvert(DBTYPE from, DBTYPE to) noexcept;
+
+struct BindingTarget {
+    DBTYPE type = DBTYPE_WSTR;      // may include DBTYPE_BYREF
+    DBLENGTH maxLength = 0;         // for STR, WSTR and BYTES bound in place
+    BYTE precision = 0;             // for NUMERIC
+    BYTE scale = 0;
+    IID storageIid = IID_ISequentialStream;  // for DBTYPE_IUNKNOWN
+};
+
+struct ConversionResult {
+    DBSTATUS status = DBSTATUS_S_OK;
+    DBLENGTH length = 0;
+};
+
+// Converts `value` (read from a column of type `column`) for `target`. Writes the value to `out`
+// when it is not null; with a null `out` only the length and status are worked out. Memory
+// handed to the consumer (BSTR, BYREF blocks, VARIANT contents, storage objects) is the
+// consumer's. Throws only when memory runs out.
+ConversionResult ConvertForBinding(const Scalar& value, const ColumnType& column, const BindingTarget& target,
+                                   void* out);
+
+// The text form of a value, as WSTR conversions deliver it.
+std::wstring ValueAsText(const Scalar& value, const ColumnType& column);
+
+}  // namespace zel::lite

@@ -1,0 +1,44 @@
+// How ZelLite fails: every failure publishes ZelLite's error object on the calling thread
+// (SetErrorInfo) and then throws ComError; the interface method's ZEL_CATCH_RETURN() turns the
+// exception into its HRESULT. So a client that calls GetErrorInfo after any failed method finds
+// the provider's own description, SQLSTATE and native error.
+#pragma once
+
+#include <windows.h>
+
+#include <sqlite3.h>
+
+#include <string>
+#include <string_view>
+
+namespace zel::lite {
+
+struct SqliteFailure {
+    HRESULT hr;
+    const wchar_t* sqlState;
+};
+
+// The OLE DB result and the SQLSTATE for an SQLite result code (extended codes accepted) and
+// the message SQLite gave with it.
+SqliteFailure ClassifySqliteError(int extendedCode, std::string_view message) noexcept;
+
+// Publishes an error object with one record and throws ComError(hr).
+[[noreturn]] void Fail(HRESULT hr, std::wstring_view description, std::wstring_view sqlState = {},
+                       LONG nativeError = 0);
+// As above with the standard description of `hr`.
+[[noreturn]] void Fail(HRESULT hr);
+// Fails with SQLite's last error on `db` (whose mutex the caller holds); the description is
+// SQLite's message followed by the statement when one is given.
+[[noreturn]] void FailSqlite(sqlite3* db, int rc, std::wstring_view statement = {});
+
+// Publishes without throwing (for methods that return a failure code directly).
+void PublishError(HRESULT hr, std::wstring_view description, std::wstring_view sqlState = {},
+                  LONG nativeError = 0) noexcept;
+// Removes any error object from the calling thread, so that a warning result (DB_S_...) is not
+// read together with a stale error object.
+HRESULT ClearErrorAndReturn(HRESULT hr) noexcept;
+
+// A readable description of an OLE DB or COM result code.
+std::wstring DescribeResult(HRESULT hr);
+
+}  // namespace zel::lite

@@ -1,0 +1,164 @@
+#include "provider/RowWriter.h"
+
+#include "provider/Errors.h"
+
+namespace zel::lite {
+
+namespace {
+
+std::wstring Quote(const std::wstring& name) {
+    std::wstring quoted = L"\"";
+    for (wchar_t c : name) {
+        if (c == L'"') quoted += L'"';
+        quoted += c;
+    }
+    return quoted + L"\"";
+}
+
+void Bind(sqlite3_stmt* s, int index, const Cell& cell) {
+    switch (cell.index()) {
+    case 1: sqlite3_bind_int64(s, index, std::get<std::int64_t>(cell)); break;
+    case 2: sqlite3_bind_double(s, index, std::get<double>(cell)); break;
+    case 3: {
+        const auto& text = std::get<std::wstring>(cell);
+        sqlite3_bind_text16(s, index, text.data(), static_cast<int>(text.size() * sizeof(wchar_t)), SQLITE_TRANSIENT);
+        break;
+    }
+    case 4: {
+        const auto& bytes = std::get<Bytes>(cell);
+        sqlite3_bind_blob(s, index, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
+        break;
+    }
+    default: sqlite3_bind_null(s, index); break;
+    }
+}
+
+Cell ColumnCell(sqlite3_stmt* s, int i) {
+    switch (sqlite3_column_type(s, i)) {
+    case SQLITE_INTEGER: return static_cast<std::int64_t>(sqlite3_column_int64(s, i));
+    case SQLITE_FLOAT: return sqlite3_column_double(s, i);
+    case SQLITE_TEXT: {
+        auto text = static_cast<const wchar_t*>(sqlite3_column_text16(s, i));
+        return std::wstring(text ? text : L"", static_cast<size_t>(sqlite3_column_bytes16(s, i)) / sizeof(wchar_t));
+    }
+    case SQLITE_BLOB: {
+        auto data = static_cast<const BYTE*>(sqlite3_column_blob(s, i));
+        return Bytes(data, data + sqlite3_column_bytes(s, i));
+    }
+    default: return std::monostate{};
+    }
+}
+
+// Runs a statement that returns no rows; returns the number of rows it changed.
+int Run(Database& database, const std::wstring& sql, const std::vector<const Cell*>& parameters) {
+    SqliteStatement statement = database.Prepare(sql);
+    ConnectionLock lock(database.handle());
+    for (size_t i = 0; i < parameters.size(); ++i) Bind(statement.get(), static_cast<int>(i + 1), *parameters[i]);
+    int rc = sqlite3_step(statement.get());
+    if (rc != SQLITE_DONE) FailSqlite(database.handle(), rc, sql);
+    return sqlite3_changes(database.handle());
+}
+
+}  // namespace
+
+std::wstring RowWriter::SelectList() const {
+    std::wstring list = m_target.useRowid ? L"rowid" : L"";
+    for (const auto& column : m_columns) {
+        if (!list.empty()) list += L", ";
+        list += Quote(column.baseColumn);
+    }
+    return list;
+}
+
+std::wstring RowWriter::Locator(const SourceRow& row, std::vector<const Cell*>& parameters, Cell& rowidValue) const {
+    if (m_target.useRowid) {
+        rowidValue = row.rowid.value_or(0);
+        parameters.push_back(&rowidValue);
+        return L"rowid = ?";
+    }
+    std::wstring condition;
+    for (size_t key : m_target.keyColumns) {
+        if (!condition.empty()) condition += L" AND ";
+        condition += Quote(m_columns[key].baseColumn) + L" IS ?";
+        parameters.push_back(&row.cells[key]);
+    }
+    if (m_target.uniqueKey) return condition;
+    return L"rowid = (SELECT rowid FROM " + Quote(m_target.table) + L" WHERE " + condition + L" LIMIT 1)";
+}
+
+bool RowWriter::Update(const SourceRow& row, const std::vector<std::pair<size_t, Cell>>& changes) {
+    if (changes.empty()) return true;
+    std::vector<const Cell*> parameters;
+    std::wstring sql = L"UPDATE " + Quote(m_target.table) + L" SET ";
+    for (size_t i = 0; i < changes.size(); ++i) {
+        if (i) sql += L", ";
+        sql += Quote(m_columns[changes[i].first].baseColumn) + L" = ?";
+        parameters.push_back(&changes[i].second);
+    }
+    Cell rowid;
+    sql += L" WHERE " + Locator(row, parameters, rowid);
+    return Run(m_database, sql, parameters) > 0;
+}
+
+SourceRow RowWriter::Insert(const std::vector<std::pair<size_t, Cell>>& values) {
+    std::vector<const Cell*> parameters;
+    std::wstring sql = L"INSERT INTO " + Quote(m_target.table);
+    if (values.empty()) {
+        sql += L" DEFAULT VALUES";
+    } else {
+        std::wstring names, marks;
+        for (const auto& [index, cell] : values) {
+            if (!names.empty()) names += L", ", marks += L", ";
+            names += Quote(m_columns[index].baseColumn);
+            marks += L"?";
+            parameters.push_back(&cell);
+        }
+        sql += L" (" + names + L") VALUES (" + marks + L")";
+    }
+    Run(m_database, sql, parameters);
+
+    SourceRow inserted;
+    inserted.cells.assign(m_columns.size(), Cell{});
+    for (const auto& [index, cell] : values) inserted.cells[index] = cell;
+    inserted.rowid = sqlite3_last_insert_rowid(m_database.handle());
+    // Read the row back by its rowid, so that defaults and generated keys show.
+    SqliteStatement statement;
+    std::wstring select = L"SELECT " + SelectList() + L" FROM " + Quote(m_target.table) + L" WHERE rowid = ?";
+    if (!m_target.useRowid)
+        select = L"SELECT rowid, " + SelectList() + L" FROM " + Quote(m_target.table) + L" WHERE rowid = ?";
+    ConnectionLock lock(m_database.handle());
+    if (sqlite3_prepare16_v2(m_database.handle(), select.c_str(), -1, statement.put(), nullptr) == SQLITE_OK) {
+        sqlite3_bind_int64(statement.get(), 1, *inserted.rowid);
+        if (sqlite3_step(statement.get()) == SQLITE_ROW)
+            for (size_t i = 0; i < m_columns.size(); ++i)
+                inserted.cells[i] = ColumnCell(statement.get(), static_cast<int>(i + 1));
+    }
+    if (!m_target.useRowid) inserted.rowid.reset();
+    return inserted;
+}
+
+bool RowWriter::Delete(const SourceRow& row) {
+    std::vector<const Cell*> parameters;
+    Cell rowid;
+    std::wstring sql = L"DELETE FROM " + Quote(m_target.table) + L" WHERE " + Locator(row, parameters, rowid);
+    return Run(m_database, sql, parameters) > 0;
+}
+
+std::optional<SourceRow> RowWriter::Reload(const SourceRow& row) {
+    std::vector<const Cell*> parameters;
+    Cell rowid;
+    std::wstring select = L"SELECT " + SelectList() + L" FROM " + Quote(m_target.table) + L" WHERE " +
+                          Locator(row, parameters, rowid);
+    SqliteStatement statement = m_database.Prepare(select);
+    ConnectionLock lock(m_database.handle());
+    for (size_t i = 0; i < parameters.size(); ++i) Bind(statement.get(), static_cast<int>(i + 1), *parameters[i]);
+    if (sqlite3_step(statement.get()) != SQLITE_ROW) return std::nullopt;
+    SourceRow fresh;
+    fresh.rowid = row.rowid;
+    const int offset = m_target.useRowid ? 1 : 0;
+    for (size_t i = 0; i < m_columns.size(); ++i)
+        fresh.cells.push_back(ColumnCell(statement.get(), static_cast<int>(i) + offset));
+    return fresh;
+}
+
+}  // namespace zel::lite

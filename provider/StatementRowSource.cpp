@@ -1,0 +1,169 @@
+#include "provider/StatementRowSource.h"
+
+#include "provider/Errors.h"
+#include "provider/Utf.h"
+
+namespace zel::lite {
+
+namespace {
+
+std::wstring Text16(const void* text) { return text ? static_cast<const wchar_t*>(text) : L""; }
+
+std::wstring QuoteIdentifier(const std::wstring& name) {
+    std::wstring quoted = L"\"";
+    for (wchar_t c : name) {
+        if (c == L'"') quoted += L'"';
+        quoted += c;
+    }
+    return quoted + L"\"";
+}
+
+}  // namespace
+
+StatementRowSource::StatementRowSource(std::shared_ptr<Database> database, SqliteStatement statement,
+                                       bool hiddenRowid, std::wstring text)
+    : m_database(std::move(database)), m_statement(std::move(statement)), m_hiddenRowid(hiddenRowid),
+      m_text(std::move(text)) {
+    ConnectionLock lock(m_database->handle());
+    SourceRow first;
+    if (Step(first)) m_first = std::move(first);
+    DescribeColumns();
+    FindUpdateTarget();
+}
+
+bool StatementRowSource::Next(SourceRow& row) {
+    if (m_first) {
+        row = std::move(*m_first);
+        m_first.reset();
+        return true;
+    }
+    ConnectionLock lock(m_database->handle());
+    return Step(row);
+}
+
+bool StatementRowSource::Step(SourceRow& row) {
+    if (m_done) return false;
+    sqlite3_stmt* s = m_statement.get();
+    int rc = sqlite3_step(s);
+    if (rc == SQLITE_DONE) {
+        m_done = true;
+        sqlite3_reset(s);
+        return false;
+    }
+    if (rc != SQLITE_ROW) {
+        m_done = true;
+        sqlite3_reset(s);
+        FailSqlite(m_database->handle(), rc, m_text);
+    }
+    const int count = sqlite3_column_count(s);
+    const int first = m_hiddenRowid ? 1 : 0;
+    row.cells.clear();
+    row.cells.reserve(static_cast<size_t>(count - first));
+    row.rowid.reset();
+    if (m_hiddenRowid && sqlite3_column_type(s, 0) == SQLITE_INTEGER) row.rowid = sqlite3_column_int64(s, 0);
+    for (int i = first; i < count; ++i) {
+        switch (sqlite3_column_type(s, i)) {
+        case SQLITE_INTEGER: row.cells.emplace_back(static_cast<std::int64_t>(sqlite3_column_int64(s, i))); break;
+        case SQLITE_FLOAT: row.cells.emplace_back(sqlite3_column_double(s, i)); break;
+        case SQLITE_TEXT: {
+            auto text = static_cast<const wchar_t*>(sqlite3_column_text16(s, i));
+            int bytes = sqlite3_column_bytes16(s, i);
+            row.cells.emplace_back(std::wstring(text ? text : L"", static_cast<size_t>(bytes) / sizeof(wchar_t)));
+            break;
+        }
+        case SQLITE_BLOB: {
+            auto data = static_cast<const BYTE*>(sqlite3_column_blob(s, i));
+            int bytes = sqlite3_column_bytes(s, i);
+            row.cells.emplace_back(Bytes(data, data + bytes));
+            break;
+        }
+        default: row.cells.emplace_back(std::monostate{}); break;
+        }
+    }
+    return true;
+}
+
+void StatementRowSource::DescribeColumns() {
+    sqlite3_stmt* s = m_statement.get();
+    sqlite3* db = m_database->handle();
+    const int count = sqlite3_column_count(s);
+    for (int i = m_hiddenRowid ? 1 : 0; i < count; ++i) {
+        ColumnDesc column;
+        column.name = Text16(sqlite3_column_name16(s, i));
+        const char* declared = sqlite3_column_decltype(s, i);
+        column.type = MapDeclaredType(declared ? FromUtf8(declared) : std::wstring());
+        if (!column.type.known) {
+            size_t index = static_cast<size_t>(i - (m_hiddenRowid ? 1 : 0));
+            column.type = TypeFromValue(m_first ? m_first->cells[index] : Cell{});
+        }
+        column.flags = column.type.flags | DBCOLUMNFLAGS_MAYBENULL | DBCOLUMNFLAGS_ISNULLABLE;
+        const char* table = sqlite3_column_table_name(s, i);
+        const char* origin = sqlite3_column_origin_name(s, i);
+        const char* schema = sqlite3_column_database_name(s, i);
+        if (table && origin) {
+            column.baseTable = FromUtf8(table);
+            column.baseColumn = FromUtf8(origin);
+            int notNull = 0, primaryKey = 0, autoIncrement = 0;
+            if (sqlite3_table_column_metadata(db, schema, table, origin, nullptr, nullptr, &notNull, &primaryKey,
+                                              &autoIncrement) == SQLITE_OK &&
+                notNull)
+                column.flags &= ~static_cast<DBCOLUMNFLAGS>(DBCOLUMNFLAGS_MAYBENULL | DBCOLUMNFLAGS_ISNULLABLE);
+        }
+        m_columns.push_back(std::move(column));
+    }
+}
+
+void StatementRowSource::FindUpdateTarget() {
+    if (m_columns.empty()) return;
+    sqlite3_stmt* s = m_statement.get();
+    const int offset = m_hiddenRowid ? 1 : 0;
+    std::string schema;
+    for (size_t i = 0; i < m_columns.size(); ++i) {
+        const auto& column = m_columns[i];
+        if (column.baseTable.empty() || !EqualsNoCase(column.baseTable, m_columns[0].baseTable)) return;
+        const char* db = sqlite3_column_database_name(s, static_cast<int>(i) + offset);
+        if (!db || (i > 0 && schema != db)) return;
+        schema = db;
+        for (size_t j = 0; j < i; ++j)
+            if (EqualsNoCase(m_columns[j].baseColumn, column.baseColumn)) return;  // a column twice
+    }
+    if (schema != "main") return;
+
+    UpdateTarget target;
+    target.table = m_columns[0].baseTable;
+    // The primary key identifies a row when all its columns are in the rowset.
+    std::vector<std::wstring> keyNames;
+    bool hasRowid = true;
+    {
+        SqliteStatement info;
+        std::wstring pragma = L"PRAGMA table_info(" + QuoteIdentifier(target.table) + L")";
+        sqlite3* db = m_database->handle();
+        if (sqlite3_prepare16_v2(db, pragma.c_str(), -1, info.put(), nullptr) == SQLITE_OK) {
+            while (sqlite3_step(info.get()) == SQLITE_ROW)
+                if (sqlite3_column_int(info.get(), 5) > 0)
+                    keyNames.push_back(Text16(sqlite3_column_text16(info.get(), 1)));
+        }
+        SqliteStatement probe;
+        std::wstring rowidProbe = L"SELECT rowid FROM " + QuoteIdentifier(target.table) + L" LIMIT 0";
+        hasRowid = sqlite3_prepare16_v2(db, rowidProbe.c_str(), -1, probe.put(), nullptr) == SQLITE_OK;
+    }
+    std::vector<size_t> keyColumns;
+    for (const auto& key : keyNames) {
+        for (size_t i = 0; i < m_columns.size(); ++i)
+            if (EqualsNoCase(m_columns[i].baseColumn, key)) keyColumns.push_back(i);
+    }
+    if (!keyNames.empty() && keyColumns.size() == keyNames.size()) {
+        target.keyColumns = std::move(keyColumns);
+        target.uniqueKey = true;
+    } else if (m_hiddenRowid) {
+        target.useRowid = true;
+    } else if (hasRowid) {
+        for (size_t i = 0; i < m_columns.size(); ++i) target.keyColumns.push_back(i);
+    } else {
+        return;  // neither a complete key nor a rowid: rows cannot be found again
+    }
+    for (auto& column : m_columns) column.writable = true;
+    m_target = std::move(target);
+}
+
+}  // namespace zel::lite

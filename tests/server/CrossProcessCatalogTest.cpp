@@ -1,0 +1,190 @@
+// The catalog path end to end across the process boundary: table, column and index
+// enumerations, the name lists as SAFEARRAYs, table definitions both ways, dropping a table,
+// new database files and compaction, early- and late-bound, on the embedded provider.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "ZelPmDb32.h"
+#include "common/Bstr.h"
+#include "common/ComPtr.h"
+#include "common/SafeArray.h"
+#include "common/Variant.h"
+#include "tests/server/DispatchTestSupport.h"
+#include "tests/server/ServerProcessSupport.h"
+
+using namespace zel::test;
+using zel::Bstr;
+using zel::ComPtr;
+using zel::Variant;
+
+namespace {
+
+std::wstring TempPath(const wchar_t* prefix, bool create) {
+    wchar_t folder[MAX_PATH], file[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    if (!GetTempFileNameW(folder, prefix, 0, file)) return L"";
+    if (!create) DeleteFileW(file);
+    return file;
+}
+
+std::vector<std::wstring> Strings(const VARIANT& value) {
+    std::vector<std::wstring> out;
+    if (V_VT(&value) != (VT_ARRAY | VT_BSTR) || !V_ARRAY(&value)) return out;
+    LONG lower = 0, upper = -1;
+    SafeArrayGetLBound(V_ARRAY(&value), 1, &lower);
+    SafeArrayGetUBound(V_ARRAY(&value), 1, &upper);
+    zel::SafeArrayData data(V_ARRAY(&value));
+    for (LONG i = 0; i <= upper - lower; ++i) out.push_back(BstrText(data.as<BSTR>()[i]));
+    return out;
+}
+
+class CrossProcessCatalogTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        ASSERT_EQ(0u, RunServer(L"/RegServer").value_or(~0u));
+        ASSERT_TRUE(RegisterProvider());
+    }
+
+    void SetUp() override {
+        m_path = TempPath(L"zcp", true);
+        ASSERT_FALSE(m_path.empty());
+        ASSERT_EQ(S_OK, zel::TryCreateInstance(CLSID_ZelOleDbImpl, m_db, CLSCTX_LOCAL_SERVER));
+        Bstr errorText, errorStmt, init(L"Provider=ZelLite.OLEDB.1;Data Source=" + m_path);
+        ASSERT_EQ(S_OK, m_db->ConOpenFromInitializationString(init.get(), VARIANT_FALSE, errorText.put(),
+                                                              errorStmt.put()));
+        Run(L"CREATE TABLE parts (id INTEGER PRIMARY KEY, name VARCHAR(40) NOT NULL, price REAL)");
+        Run(L"CREATE INDEX parts_name ON parts (name, price)");
+        Run(L"CREATE TABLE orders (id INTEGER PRIMARY KEY, part INTEGER)");
+    }
+
+    void TearDown() override {
+        if (m_db) m_db->ConClose();
+        m_db.reset();
+        Sleep(200);
+        DeleteFileW(m_path.c_str());
+    }
+
+    void Run(const wchar_t* sql) {
+        ULONG h = 0;
+        ASSERT_EQ(S_OK, m_db->CmdSetConnection(&h));
+        Bstr text(sql);
+        ASSERT_EQ(S_OK, m_db->CmdSetCommandText(h, text.get()));
+        SHORT result = 0;
+        Bstr xml, errorText, errorStmt;
+        ASSERT_EQ(S_OK, m_db->CmdExecute(h, &result, xml.put(), errorText.put(), errorStmt.put()));
+        EXPECT_EQ(1, result) << testing::PrintToString(errorText.str());
+        m_db->CmdDestroy(h);
+    }
+
+    ULONG OpenTables() {
+        ULONG h = 0;
+        Bstr empty(L""), type(L"TABLE"), errorText, errorStmt;
+        EXPECT_EQ(S_OK, m_db->TblOpen(&h, empty.get(), empty.get(), empty.get(), type.get(), errorText.put(),
+                                      errorStmt.put()))
+            << testing::PrintToString(errorText.str());
+        return h;
+    }
+
+    std::wstring m_path;
+    ComPtr<IZelOleDb> m_db;
+};
+
+TEST_F(CrossProcessCatalogTest, TableEnumerationAndTheTableListCrossTheBoundary) {
+    ULONG h = OpenTables();
+    std::vector<std::wstring> fetched;
+    VARIANT_BOOL more = VARIANT_FALSE;
+    while (SUCCEEDED(m_db->TblFetchNext(h, &more)) && more == VARIANT_TRUE) {
+        Bstr name;
+        ASSERT_EQ(S_OK, m_db->TblGetName(h, name.put()));
+        fetched.push_back(name.str());
+    }
+    EXPECT_EQ((std::vector<std::wstring>{L"orders", L"parts"}), fetched);
+
+    Variant list;
+    ASSERT_EQ(S_OK, m_db->TblGetTableList(h, list.get()));
+    ASSERT_EQ(VT_ARRAY | VT_BSTR, list.vt());
+    EXPECT_EQ(fetched, Strings(*list.get()));
+    ASSERT_EQ(S_OK, m_db->TblFetchNext(h, &more));
+    EXPECT_EQ(VARIANT_FALSE, more);
+
+    Variant rows;
+    ASSERT_EQ(S_OK, m_db->TblGetList(h, rows.get()));
+    ASSERT_EQ(VT_ARRAY | VT_VARIANT, rows.vt());
+    EXPECT_EQ(S_OK, m_db->TblDestroy(h));
+}
+
+TEST_F(CrossProcessCatalogTest, ColumnsAndIndexesOfATable) {
+    ULONG c = 0;
+    Bstr empty(L""), table(L"parts"), errorText, errorStmt;
+    ASSERT_EQ(S_OK, m_db->ColOpen(&c, empty.get(), empty.get(), table.get(), empty.get(), VARIANT_TRUE,
+                                  errorText.put(), errorStmt.put()));
+    std::vector<std::wstring> columns;
+    VARIANT_BOOL more = VARIANT_FALSE;
+    while (SUCCEEDED(m_db->ColFetchNext(c, &more)) && more == VARIANT_TRUE) {
+        Bstr name;
+        ASSERT_EQ(S_OK, m_db->ColGetName(c, name.put()));
+        columns.push_back(name.str());
+    }
+    EXPECT_EQ((std::vector<std::wstring>{L"id", L"name", L"price"}), columns);
+    EXPECT_EQ(S_OK, m_db->ColDestroy(c));
+
+    ULONG i = 0;
+    ASSERT_EQ(S_OK, m_db->IdxOpen(&i, empty.get(), empty.get(), table.get(), empty.get(), errorText.put(),
+                                  errorStmt.put()));
+    Variant indexes;
+    ASSERT_EQ(S_OK, m_db->IdxGetIndexList(i, VARIANT_TRUE, indexes.get()));
+    ASSERT_EQ(VT_ARRAY | VT_BSTR, indexes.vt());
+    // The index over two columns appears once; the primary key never does.
+    EXPECT_EQ((std::vector<std::wstring>{L"parts_name"}), Strings(*indexes.get()));
+    EXPECT_EQ(S_OK, m_db->IdxDestroy(i));
+}
+
+TEST_F(CrossProcessCatalogTest, ATableDefinitionMakesANewTableAndTheTableCanBeDropped) {
+    Bstr name(L"parts"), xml;
+    ASSERT_EQ(S_OK, m_db->TblGetDef(name.get(), xml.put()));
+    std::wstring def = xml.str();
+    const std::wstring from = L"Name=\"parts\"";
+    size_t at = def.find(from);
+    ASSERT_NE(std::wstring::npos, at) << testing::PrintToString(def);
+    def.replace(at, from.size(), L"Name=\"parts_copy\"");
+    Bstr copy(def);
+    ASSERT_EQ(S_OK, m_db->TblCreate(copy.get()));
+    Bstr copyName(L"parts_copy"), copyXml;
+    ASSERT_EQ(S_OK, m_db->TblGetDef(copyName.get(), copyXml.put()));
+    EXPECT_NE(std::wstring::npos, copyXml.str().find(L"ColumnDef"));
+    ASSERT_EQ(S_OK, m_db->TblDelete(copyName.get()));
+    EXPECT_NE(S_OK, m_db->TblGetDef(copyName.get(), copyXml.put()));
+}
+
+TEST_F(CrossProcessCatalogTest, NewDatabaseFilesAndCompaction) {
+    const std::wstring file = TempPath(L"zcn", false);
+    Bstr init(L"Provider=ZelLite.OLEDB.1"), target(file), errorText, errorStmt;
+    ASSERT_EQ(S_OK, m_db->ConCreateMdbFile(init.get(), target.get(), errorText.put(), errorStmt.put()))
+        << testing::PrintToString(errorText.str());
+    EXPECT_NE(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(file.c_str()));
+    DeleteFileW(file.c_str());
+    EXPECT_EQ(S_OK, m_db->ConCompactMdb());
+}
+
+TEST_F(CrossProcessCatalogTest, TheTableListLateBound) {
+    ComPtr<IDispatch> dispatch;
+    ASSERT_EQ(S_OK, m_db.query(dispatch));
+    Variant handle = I4(0), errorText, errorStmt;
+    DispArgs open{RefVariant(handle.get()), Str(L""), Str(L""), Str(L""), Str(L"TABLE"), RefVariant(errorText.get()),
+                  RefVariant(errorStmt.get())};
+    Variant result;
+    ASSERT_EQ(S_OK, dispatch->Invoke(36, IID_NULL, 0, DISPATCH_METHOD, open.get(), result.put(), nullptr, nullptr));
+    ASSERT_NE(0, V_I4(handle.get()));
+    DispArgs list{RefVariant(handle.get())};
+    ASSERT_EQ(S_OK, dispatch->Invoke(45, IID_NULL, 0, DISPATCH_METHOD, list.get(), result.put(), nullptr, nullptr));
+    ASSERT_EQ(VT_ARRAY | VT_BSTR, result.vt());
+    EXPECT_EQ((std::vector<std::wstring>{L"orders", L"parts"}), Strings(*result.get()));
+    DispArgs destroy{RefVariant(handle.get())};
+    EXPECT_EQ(S_OK, dispatch->Invoke(37, IID_NULL, 0, DISPATCH_METHOD, destroy.get(), result.put(), nullptr, nullptr));
+}
+
+}  // namespace
