@@ -28,9 +28,8 @@ Measurement MeasureDocument(const LocalPlan& plan);
 // 5c: the walk of figure 5a made on an in-process ZelOleDbImpl.
 Measurement MeasureServiceInProcess(const LocalPlan& plan);
 
-// Where figure 3's time goes, column by column: the median time of a pass over every row with
-// FetchNext alone, then of a pass with FetchNext and FieldAsString of one column, for each
-// column; the difference per row is that column's cost. Returns a small text table.
+// Where figure 3's time goes, call by call: passes over every row with a clock around each
+// FetchNext and each FieldAsString; the median per call and share of each. A text table.
 std::string FieldCostBreakdown(const LocalPlan& plan);
 
 // One line saying whether the provider's session offers the schema rowsets the catalog

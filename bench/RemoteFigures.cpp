@@ -19,7 +19,8 @@ namespace zel::bench {
 namespace {
 
 constexpr const wchar_t* kServerExe = L"ZelPmDb32.exe";
-constexpr DWORD kServerExitWait = 15000;
+constexpr DWORD kServerExitWait = 15000;  // for the server this measurement started
+constexpr DWORD kEarlierServerWait = 3000;  // for servers still ending from earlier measurements
 
 // The service object in a server process of its own: created through COM activation, with a
 // handle on the process for its memory counters. The server ends when the object is released.
@@ -30,10 +31,16 @@ public:
     RemoteService& operator=(const RemoteService&) = delete;
     ~RemoteService() { Stop(); }
 
-    // Waits for servers of earlier measurements to end, so that the peak read later is this
-    // measurement's own; then activates the class out of process.
+    // Gives servers of earlier measurements a moment to end, then activates the class out of
+    // process. The server is the process that was not there before; when the class object of
+    // an already running server answered instead, no memory is read (its peak would not be
+    // this measurement's).
     std::string Start() {
-        for (DWORD id : ProcessIdsByName(kServerExe)) WaitForExit(id);
+        const DWORD start = GetTickCount();
+        for (DWORD id : ProcessIdsByName(kServerExe)) {
+            const DWORD spent = GetTickCount() - start;
+            if (spent < kEarlierServerWait) WaitForExit(id, kEarlierServerWait - spent);
+        }
         const std::vector<DWORD> before = ProcessIdsByName(kServerExe);
         HRESULT hr = CoCreateInstance(CLSID_ZelOleDbImpl, nullptr, CLSCTX_LOCAL_SERVER, IID_IZelOleDb,
                                       m_service.put_void());
@@ -47,6 +54,7 @@ public:
 
     IZelOleDb* get() const { return m_service.get(); }
     unsigned long long PeakWorkingSet() const { return m_process ? ReadMemoryCounters(m_process).peakWorkingSet : 0; }
+    bool HasOwnProcess() const { return m_process != nullptr; }
 
     void Stop() {
         m_service.reset();
@@ -58,10 +66,10 @@ public:
     }
 
 private:
-    static void WaitForExit(DWORD id) {
+    static void WaitForExit(DWORD id, DWORD milliseconds) {
         HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, id);
         if (!process) return;
-        WaitForSingleObject(process, kServerExitWait);
+        WaitForSingleObject(process, milliseconds);
         CloseHandle(process);
     }
 
@@ -95,6 +103,8 @@ void Run(Measurement& m, const RemotePlan& plan, const RemoteService& server, Bo
         m.note = e.what();
     }
     m.memoryPeak = server.PeakWorkingSet();
+    if (!server.HasOwnProcess())
+        m.note += std::string(m.note.empty() ? "" : "; ") + "no server process of its own: memory not read";
 }
 
 bool Failed(Measurement& m, const std::string& error) {

@@ -7,6 +7,8 @@
 #   bench/profile.sh FIGURE N [RUNS]
 #     FIGURE: sqlite | oledb | command | xml | service  (32-bit, in process)
 #             fetch | remote-xml | call-floor            (64-bit client, out of process)
+#             field-costs: no sampling; figure 3 with a clock around every FetchNext and
+#             FieldAsString call, the time per call of each column
 #   N is the table's rows, or for call-floor the ConIsConnected calls per run.
 set -euo pipefail
 
@@ -36,10 +38,15 @@ case "$figure" in
   fetch) program=("$TREES/win64/bin/ZelBenchRemote.exe" run --figure fetch --db "$db" --n "$n" --walk-rows "${ZEL_WALK_ROWS:-300}") ;;
   remote-xml) program=("$TREES/win64/bin/ZelBenchRemote.exe" run --figure xml --db "$db" --n "$n") ;;
   call-floor) program=("$TREES/win64/bin/ZelBenchRemote.exe" run --figure call-floor --db "$db" --n "$n") ;;
+  field-costs) ;;
   *) echo "unknown figure $figure" >&2; exit 2 ;;
 esac
 
 wineserver -p60 </dev/null >/dev/null 2>&1 || true
+if [ "$figure" = field-costs ]; then
+  echo "# field-costs, N=$n, $runs run(s); load average: $(cut -d' ' -f1-3 /proc/loadavg)"
+  exec wine "$TREES/win32/bin/ZelBenchLocal.exe" field-costs --db "$db" --runs "$runs" --warmups 1
+fi
 data="$OUT/profile-$figure-$n.perf"
 perf record -a -g -F "$FREQUENCY" -o "$data" -- wine "${program[@]}" --runs "$runs" --warmups 0 --out "$raw" >&2
 echo "# $figure, N=$n, $runs run(s), perf at $FREQUENCY Hz on every CPU (one sample = 1/$FREQUENCY s of CPU)"
