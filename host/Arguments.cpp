@@ -61,8 +61,8 @@ const CommandSpec kCommands[] = {
 };
 
 const CommandSpec* FindCommand(const std::wstring& name) {
-    for (const auto& spec : kCommands) {
-        if (name == spec.name) return &spec;
+    for (const auto& entry : kCommands) {
+        if (name == entry.name) return &entry;
     }
     return nullptr;
 }
@@ -75,12 +75,12 @@ bool IsUnsignedNumber(const std::wstring& text) {
     return true;
 }
 
-std::wstring UsageLine(const CommandSpec& spec) {
+std::wstring UsageLine(const CommandSpec& entry) {
     std::wstring line = L"usage: zeldb ";
-    line += spec.name;
-    if (*spec.synopsis) {
+    line += entry.name;
+    if (*entry.synopsis) {
         line += L' ';
-        line += spec.synopsis;
+        line += entry.synopsis;
     }
     return line + L'\n';
 }
@@ -93,12 +93,12 @@ std::wstring GeneralHelp() {
         L"       zeldb COMMAND --help\n"
         L"\n"
         L"commands:\n";
-    for (const auto& spec : kCommands) {
+    for (const auto& entry : kCommands) {
         std::wstring line = L"  ";
-        line += spec.name;
-        if (*spec.synopsis) {
+        line += entry.name;
+        if (*entry.synopsis) {
             line += L' ';
-            line += spec.synopsis;
+            line += entry.synopsis;
         }
         text += line + L'\n';
     }
@@ -114,14 +114,14 @@ std::wstring GeneralHelp() {
 }  // namespace
 
 std::wstring HelpText(const std::wstring& command) {
-    const CommandSpec* spec = FindCommand(command);
+    const CommandSpec* entry = FindCommand(command);
     if (command == L"tabledef") {
         return UsageLine(*FindCommand(L"tabledef get")) + UsageLine(*FindCommand(L"tabledef create")) + L"\n" +
                FindCommand(L"tabledef get")->description + FindCommand(L"tabledef create")->description;
     }
-    if (!spec) return GeneralHelp();
-    std::wstring text = UsageLine(*spec) + L"\n" + spec->description;
-    if (std::wstring(spec->synopsis).find(L"CONN") != std::wstring::npos) text += L"\n" + std::wstring(kConnHelp);
+    if (!entry) return GeneralHelp();
+    std::wstring text = UsageLine(*entry) + L"\n" + entry->description;
+    if (std::wstring(entry->synopsis).find(L"CONN") != std::wstring::npos) text += L"\n" + std::wstring(kConnHelp);
     return text;
 }
 
@@ -207,21 +207,21 @@ Invocation ParseArguments(const std::vector<std::wstring>& args) {
         command += L" " + words[1];
         first = 2;
     }
-    const CommandSpec* spec = FindCommand(command);
-    if (!spec) throw UsageError(L"unknown command '" + command + L"'", L"");
+    const CommandSpec* entry = FindCommand(command);
+    if (!entry) throw UsageError(L"unknown command '" + command + L"'", L"");
     inv.command = command;
     if (inv.help) return inv;
 
     inv.args.assign(words.begin() + static_cast<std::ptrdiff_t>(first), words.end());
-    if (inv.args.size() < spec->minArgs) throw UsageError(L"too few arguments for " + command, command);
-    if (inv.args.size() > spec->maxArgs) throw UsageError(L"too many arguments for " + command, command);
-    if (!(spec->options & kOptFormat) && inv.format != OutputFormat::Table)
+    if (inv.args.size() < entry->minArgs) throw UsageError(L"too few arguments for " + command, command);
+    if (inv.args.size() > entry->maxArgs) throw UsageError(L"too many arguments for " + command, command);
+    if (!(entry->options & kOptFormat) && inv.format != OutputFormat::Table)
         throw UsageError(L"--csv and --xml apply to query only", command);
-    if (!(spec->options & kOptMaxRows) && inv.maxRows)
+    if (!(entry->options & kOptMaxRows) && inv.maxRows)
         throw UsageError(L"--max-rows applies to query only", command);
     if (inv.maxRows && inv.format == OutputFormat::Xml)
         throw UsageError(L"--max-rows does not apply to --xml: the server's document holds every row", command);
-    if (!(spec->options & kOptType) && inv.tableType) throw UsageError(L"--type applies to tables only", command);
+    if (!(entry->options & kOptType) && inv.tableType) throw UsageError(L"--type applies to tables only", command);
     return inv;
 }
 

@@ -48,12 +48,12 @@ HRESULT BoundArgument::ConvertIn(const VARIANT& value) noexcept {
     return S_OK;
 }
 
-HRESULT BoundArgument::Bind(VARIANT& arg, ParamSpec spec) noexcept {
-    m_spec = spec;
+HRESULT BoundArgument::Bind(VARIANT& arg, ParamSpec parameter) noexcept {
+    m_spec = parameter;
     VARIANT* const referenced = V_VT(&arg) == kByRefVariant ? V_VARIANTREF(&arg) : nullptr;
     VARIANT* const value = V_VT(&arg) == kByRefVariant ? referenced : &arg;
 
-    switch (spec.passing) {
+    switch (parameter.passing) {
         case Passing::In:
             if (!value) return DISP_E_TYPEMISMATCH;
             return ConvertIn(*value);
@@ -69,11 +69,11 @@ HRESULT BoundArgument::Bind(VARIANT& arg, ParamSpec spec) noexcept {
                 return S_OK;
             }
             if (V_VT(&arg) != kByRefVariant && V_ISBYREF(&arg)) {
-                if (!SameStorage(V_VT(&arg) & VT_TYPEMASK, spec.type)) return DISP_E_TYPEMISMATCH;
+                if (!SameStorage(V_VT(&arg) & VT_TYPEMASK, parameter.type)) return DISP_E_TYPEMISMATCH;
                 m_reference = V_BYREF(&arg);
             }
             if (!m_reference) {
-                SetZero(m_local.put(), spec.type);
+                SetZero(m_local.put(), parameter.type);
                 m_reference = ValueAddress(m_local.get());
             }
             return S_OK;
@@ -85,15 +85,15 @@ HRESULT BoundArgument::Bind(VARIANT& arg, ParamSpec spec) noexcept {
                 return S_OK;
             }
             if (V_VT(&arg) != kByRefVariant && V_ISBYREF(&arg)) {
-                if (!SameStorage(V_VT(&arg) & VT_TYPEMASK, spec.type)) return DISP_E_TYPEMISMATCH;
+                if (!SameStorage(V_VT(&arg) & VT_TYPEMASK, parameter.type)) return DISP_E_TYPEMISMATCH;
                 m_reference = V_BYREF(&arg);
                 if (m_reference) return S_OK;
-                SetZero(m_local.put(), spec.type);
+                SetZero(m_local.put(), parameter.type);
             } else if (V_VT(&arg) != kByRefVariant) {
                 // Passed by value: the value goes in, the method's value has nowhere to go.
                 ZEL_RETURN_IF_FAILED(ConvertIn(arg));
             } else {
-                SetZero(m_local.put(), spec.type);  // a VT_BYREF|VT_VARIANT with a null reference
+                SetZero(m_local.put(), parameter.type);  // a VT_BYREF|VT_VARIANT with a null reference
             }
             m_in = nullptr;
             m_reference = ValueAddress(m_local.get());

@@ -57,7 +57,7 @@ public:
 
     // DISP_E_TYPEMISMATCH when the value cannot be converted to the declared type or a
     // reference has the wrong type; E_OUTOFMEMORY when a converted copy cannot be made.
-    HRESULT Bind(VARIANT& arg, ParamSpec spec) noexcept;
+    HRESULT Bind(VARIANT& arg, ParamSpec parameter) noexcept;
     void Attach() noexcept;
 
     // The method's view of the argument. Each accessor belongs to one parameter kind and

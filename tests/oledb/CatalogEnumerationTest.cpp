@@ -54,18 +54,18 @@ struct ColumnRowSpec {
     bool nullable = true;
 };
 
-ColumnRowSpec Spec(std::wstring name, ULONG ordinal, USHORT type, ULONG maxLength = 0, ULONG octetLength = 0,
+ColumnRowSpec MakeColumnRow(std::wstring name, ULONG ordinal, USHORT type, ULONG maxLength = 0, ULONG octetLength = 0,
                    USHORT precision = 0, SHORT scale = 0, ULONG datetimePrecision = 0) {
-    ColumnRowSpec spec;
-    spec.name = std::move(name);
-    spec.ordinal = ordinal;
-    spec.type = type;
-    spec.maxLength = maxLength;
-    spec.octetLength = octetLength;
-    spec.precision = precision;
-    spec.scale = scale;
-    spec.datetimePrecision = datetimePrecision;
-    return spec;
+    ColumnRowSpec row;
+    row.name = std::move(name);
+    row.ordinal = ordinal;
+    row.type = type;
+    row.maxLength = maxLength;
+    row.octetLength = octetLength;
+    row.precision = precision;
+    row.scale = scale;
+    row.datetimePrecision = datetimePrecision;
+    return row;
 }
 
 FakeColumnDesc Desc(std::wstring name, DBTYPE type, DBLENGTH size = 0) {
@@ -210,10 +210,10 @@ TEST_F(CatalogTest, ColumnOpenRequiresTableAndPassesColumnRestriction) {
 
 TEST_F(CatalogTest, ColumnRecordReadsEveryBoundField) {
     auto rowset = ColumnsRowset();
-    ColumnRowSpec spec = Spec(L"Price", 3, DBTYPE_NUMERIC, 0, 0, 10, -2);
-    spec.defaultText = L"0";
-    spec.nullable = false;
-    rowset->rows = {ColumnRow(spec)};
+    ColumnRowSpec row = MakeColumnRow(L"Price", 3, DBTYPE_NUMERIC, 0, 0, 10, -2);
+    row.defaultText = L"0";
+    row.nullable = false;
+    rowset->rows = {ColumnRow(row)};
     catalog->schemas.push_back({DBSCHEMA_COLUMNS, rowset});
     KobOleDbColumns columns;
     ASSERT_TRUE(columns.Open(connection.get(), nullptr, nullptr, L"parts", nullptr, VARIANT_FALSE));
@@ -236,8 +236,8 @@ TEST_F(CatalogTest, ColumnRecordReadsEveryBoundField) {
 
 TEST_F(CatalogTest, TextColumnWithoutMaximumLengthTakesOctetLengthAsPrecision) {
     auto rowset = ColumnsRowset();
-    ColumnRowSpec spec = Spec(L"Name", 1, DBTYPE_WSTR, 0, 510);
-    rowset->rows = {ColumnRow(spec)};
+    ColumnRowSpec row = MakeColumnRow(L"Name", 1, DBTYPE_WSTR, 0, 510);
+    rowset->rows = {ColumnRow(row)};
     catalog->schemas.push_back({DBSCHEMA_COLUMNS, rowset});
     KobOleDbColumns columns;
     ASSERT_TRUE(columns.Open(connection.get(), nullptr, nullptr, L"parts", nullptr, VARIANT_FALSE));
@@ -253,8 +253,8 @@ TEST_F(CatalogTest, PrecisionFollowsTheDataTypeTable) {
                  {DBTYPE_ERROR, 32}, {DBTYPE_DATE, 19}, {DBTYPE_WSTR, 50}, {DBTYPE_DECIMAL, 12}, {DBTYPE_R8, 50}};
     for (const Case& c : cases) {
         auto rowset = ColumnsRowset();
-        ColumnRowSpec spec = Spec(L"x", 1, c.type, 50, 100, 12, 0, 19);
-        rowset->rows = {ColumnRow(spec)};
+        ColumnRowSpec row = MakeColumnRow(L"x", 1, c.type, 50, 100, 12, 0, 19);
+        rowset->rows = {ColumnRow(row)};
         catalog->schemas = {{DBSCHEMA_COLUMNS, rowset}};
         KobOleDbColumns columns;
         ASSERT_TRUE(columns.Open(connection.get(), nullptr, nullptr, L"parts", nullptr, VARIANT_FALSE));
@@ -265,7 +265,7 @@ TEST_F(CatalogTest, PrecisionFollowsTheDataTypeTable) {
 
 TEST_F(CatalogTest, IdentityRecordSeedTakesTheLaterOfSeedAndIncrementAndIncrementStaysOne) {
     auto rowset = ColumnsRowset();
-    rowset->rows = {ColumnRow(Spec(L"ID", 1, DBTYPE_I4)), ColumnRow(Spec(L"Name", 2, DBTYPE_WSTR, 50))};
+    rowset->rows = {ColumnRow(MakeColumnRow(L"ID", 1, DBTYPE_I4)), ColumnRow(MakeColumnRow(L"Name", 2, DBTYPE_WSTR, 50))};
     catalog->schemas.push_back({DBSCHEMA_COLUMNS, rowset});
     FakeColumnDesc id = Desc(L"ID", DBTYPE_I4);
     id.properties.push_back({DBPROPSET_COLUMN, DBPROP_COL_AUTOINCREMENT, Variant::FromBool(true)});
@@ -286,7 +286,7 @@ TEST_F(CatalogTest, IdentityRecordSeedTakesTheLaterOfSeedAndIncrementAndIncremen
 
 TEST_F(CatalogTest, ExtendedDataOnlyForExactlyVariantTrue) {
     auto rowset = ColumnsRowset();
-    rowset->rows = {ColumnRow(Spec(L"ID", 1, DBTYPE_I4))};
+    rowset->rows = {ColumnRow(MakeColumnRow(L"ID", 1, DBTYPE_I4))};
     catalog->schemas.push_back({DBSCHEMA_COLUMNS, rowset});
     catalog->tables[L"parts"] = {Desc(L"ID", DBTYPE_I4)};
     KobOleDbColumns columns;
@@ -297,7 +297,7 @@ TEST_F(CatalogTest, ExtendedDataOnlyForExactlyVariantTrue) {
 
 TEST_F(CatalogTest, IdentityListAccumulatesAcrossReopensOfTheSameObject) {
     auto rowset = ColumnsRowset();
-    rowset->rows = {ColumnRow(Spec(L"A", 1, DBTYPE_I4))};
+    rowset->rows = {ColumnRow(MakeColumnRow(L"A", 1, DBTYPE_I4))};
     catalog->schemas.push_back({DBSCHEMA_COLUMNS, rowset});
     FakeColumnDesc first = Desc(L"A", DBTYPE_I4);
     first.properties.push_back({DBPROPSET_COLUMN, DBPROP_COL_AUTOINCREMENT, Variant::FromBool(true)});
@@ -313,7 +313,7 @@ TEST_F(CatalogTest, IdentityListAccumulatesAcrossReopensOfTheSameObject) {
 
 TEST_F(CatalogTest, ExtendedDataFailureFailsTheOpenWithoutErrorTextButKeepsTheReader) {
     auto rowset = ColumnsRowset();
-    rowset->rows = {ColumnRow(Spec(L"A", 1, DBTYPE_I4))};
+    rowset->rows = {ColumnRow(MakeColumnRow(L"A", 1, DBTYPE_I4))};
     catalog->schemas.push_back({DBSCHEMA_COLUMNS, rowset});
     catalog->offersTableCreation = false;
     KobOleDbColumns columns;
