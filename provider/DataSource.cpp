@@ -308,7 +308,7 @@ STDMETHODIMP DataSource::GetLiteralInfo(ULONG count, const DBLITERAL literals[],
 
 STDMETHODIMP DataSource::InterfaceSupportsErrorInfo(REFIID riid) {
     return riid == IID_IDBInitialize || riid == IID_IDBProperties || riid == IID_IDBCreateSession ||
-                   riid == IID_IDBInfo
+                   riid == IID_IDBInfo || riid == IID_IDBDataSourceAdmin || riid == __uuidof(IJetCompact)
                ? S_OK
                : S_FALSE;
 }

@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "common/ComObject.h"
+#include "common/IJetCompact.h"
 #include "common/OleDbIids.h"
 #include "provider/ConnectionOptions.h"
 #include "provider/Database.h"
@@ -20,7 +21,7 @@ namespace zel::lite {
 
 class DataSource final
     : public ComObject<DataSource, IDBInitialize, IDBProperties, IPersist, IDBCreateSession, IDBInfo,
-                       ISupportErrorInfo> {
+                       IDBDataSourceAdmin, IJetCompact, ISupportErrorInfo> {
 public:
     DataSource();
 
@@ -57,6 +58,22 @@ public:
     STDMETHODIMP GetKeywords(LPOLESTR* keywords) override;
     STDMETHODIMP GetLiteralInfo(ULONG count, const DBLITERAL literals[], ULONG* infoCount,
                                 DBLITERALINFO** info, OLECHAR** buffer) override;
+
+    // IDBDataSourceAdmin (DataSourceAdmin.cpp). CreateDataSource makes a new, empty database
+    // file at DBPROP_INIT_DATASOURCE and leaves the data source initialized on it; a file that
+    // already exists is refused (DB_E_ERRORSOCCURRED, the property's status DBPROPSTATUS_BADVALUE
+    // and an error object naming the file) and left untouched.
+    STDMETHODIMP CreateDataSource(ULONG setCount, DBPROPSET sets[], IUnknown* outer, REFIID riid,
+                                  IUnknown** session) override;
+    STDMETHODIMP DestroyDataSource() override;
+    STDMETHODIMP GetCreationProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* infoSetCount,
+                                       DBPROPINFOSET** infoSets, OLECHAR** descriptions) override;
+    STDMETHODIMP ModifyDataSource(ULONG setCount, DBPROPSET sets[]) override;
+
+    // IJetCompact (DataSourceAdmin.cpp): writes a compacted copy of the open database to the
+    // DBPROP_INIT_DATASOURCE path of the DBINIT set given. The target must not exist; the open
+    // database, which may be read-only, is left as it was.
+    STDMETHODIMP Compact(ULONG setCount, DBPROPSET sets[]) override;
 
     // ISupportErrorInfo
     STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;

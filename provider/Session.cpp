@@ -44,6 +44,7 @@ Session::~Session() {
 
 void* Session::QueryExtra(REFIID riid) noexcept {
     if (riid == IID_ITransaction) return static_cast<ITransaction*>(static_cast<ITransactionLocal*>(this));
+    if (riid == IID_ITableDefinition) return static_cast<ITableDefinition*>(static_cast<ITableCreation*>(this));
     return nullptr;
 }
 
@@ -223,7 +224,9 @@ STDMETHODIMP Session::GetOptionsObject(ITransactionOptions** options) {
 
 STDMETHODIMP Session::InterfaceSupportsErrorInfo(REFIID riid) {
     return riid == IID_IGetDataSource || riid == IID_IOpenRowset || riid == IID_IDBCreateCommand ||
-                   riid == IID_ISessionProperties || riid == IID_ITransactionLocal || riid == IID_ITransaction
+                   riid == IID_ISessionProperties || riid == IID_ITransactionLocal || riid == IID_ITransaction ||
+                   riid == IID_IDBSchemaRowset || riid == IID_ITableDefinition || riid == IID_ITableCreation ||
+                   riid == IID_IIndexDefinition
                ? S_OK
                : S_FALSE;
 }

@@ -18,7 +18,8 @@
 namespace zel::lite {
 
 class Session final : public ComObject<Session, IGetDataSource, IOpenRowset, IDBCreateCommand, ISessionProperties,
-                                       ITransactionLocal, ISupportErrorInfo> {
+                                       ITransactionLocal, IDBSchemaRowset, ITableCreation, IIndexDefinition,
+                                       ISupportErrorInfo> {
 public:
     Session(ComPtr<DataSource> dataSource, std::shared_ptr<Database> database);
     ~Session() override;
@@ -52,6 +53,32 @@ public:
     STDMETHODIMP GetOptionsObject(ITransactionOptions** options) override;
     STDMETHODIMP StartTransaction(ISOLEVEL level, ULONG flags, ITransactionOptions* options,
                                   ULONG* transactionLevel) override;
+
+    // IDBSchemaRowset (SessionSchemaRowsets.cpp): TABLES, COLUMNS, INDEXES, PRIMARY_KEYS and
+    // PROVIDER_TYPES with their standard columns. An empty or VT_EMPTY restriction does not
+    // restrict. The provider's own metadata table never appears.
+    STDMETHODIMP GetRowset(IUnknown* outer, REFGUID schema, ULONG restrictionCount, const VARIANT restrictions[],
+                           REFIID riid, ULONG setCount, DBPROPSET sets[], IUnknown** rowset) override;
+    STDMETHODIMP GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** restrictionSupport) override;
+
+    // ITableDefinition and ITableCreation (SessionTableDefinition.cpp). Column properties that
+    // SQLite cannot hold itself (identity seed and increment, allow-zero-length, descriptions)
+    // are kept in the provider's metadata table and enforced by triggers.
+    STDMETHODIMP CreateTable(IUnknown* outer, DBID* tableId, DBORDINAL columnCount, const DBCOLUMNDESC columnDescs[],
+                             REFIID riid, ULONG setCount, DBPROPSET sets[], DBID** newTableId,
+                             IUnknown** rowset) override;
+    STDMETHODIMP DropTable(DBID* tableId) override;
+    STDMETHODIMP AddColumn(DBID* tableId, DBCOLUMNDESC* columnDesc, DBID** newColumnId) override;
+    STDMETHODIMP DropColumn(DBID* tableId, DBID* columnId) override;
+    STDMETHODIMP GetTableDefinition(DBID* tableId, DBORDINAL* columnCount, DBCOLUMNDESC** columnDescs,
+                                    ULONG* propertySetCount, DBPROPSET** propertySets, ULONG* constraintCount,
+                                    DBCONSTRAINTDESC** constraints, OLECHAR** stringBuffer) override;
+
+    // IIndexDefinition (SessionTableDefinition.cpp).
+    STDMETHODIMP CreateIndex(DBID* tableId, DBID* indexId, DBORDINAL indexColumnCount,
+                             const DBINDEXCOLUMNDESC indexColumnDescs[], ULONG setCount, DBPROPSET sets[],
+                             DBID** newIndexId) override;
+    STDMETHODIMP DropIndex(DBID* tableId, DBID* indexId) override;
 
     // ISupportErrorInfo
     STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;

@@ -1,0 +1,2 @@
+// DataSourceAdminTest
+#include "ProviderTestSupport.h"

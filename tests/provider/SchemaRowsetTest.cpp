@@ -1,0 +1,2 @@
+// SchemaRowsetTest
+#include "ProviderTestSupport.h"

@@ -1,0 +1,2 @@
+// TableDefinitionTest
+#include "ProviderTestSupport.h"
