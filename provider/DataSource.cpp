@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/CoTaskMem.h"
+#include "provider/DatabaseFile.h"
 #include "provider/DataSourceProperties.h"
 #include "provider/Errors.h"
 #include "provider/ProviderIdentity.h"
@@ -51,15 +52,6 @@ const LiteralEntry kLiterals[] = {
     {DBLITERAL_VIEW_NAME, nullptr, L"", L"", 0},
 };
 
-std::wstring FullPath(const std::wstring& path) {
-    DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
-    if (size == 0) return path;
-    std::wstring full(size, L'\0');
-    size = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
-    full.resize(size);
-    return full;
-}
-
 }  // namespace
 
 DataSource::DataSource() : m_properties(DataSourcePropertyDefinitions()) {
@@ -72,53 +64,61 @@ std::shared_ptr<Database> DataSource::RequireInitialized() const {
     return m_database;
 }
 
+OpenOptions DataSource::InitOptions() const {
+    OpenOptions options;
+    const std::wstring path = Trim(m_properties.GetString(DBPROPSET_DBINIT, DBPROP_INIT_DATASOURCE));
+    if (!path.empty()) options.path = FullPath(path);
+    const VARIANT& mode = m_properties.Value(DBPROPSET_DBINIT, DBPROP_INIT_MODE);
+    if (V_VT(&mode) == VT_I4) {
+        const LONG access = V_I4(&mode) & DB_MODE_READWRITE;
+        options.readOnly = access != 0 && !(access & DB_MODE_WRITE);
+    }
+    options.busyTimeoutMs = m_options.busyTimeoutMs();
+    return options;
+}
+
 STDMETHODIMP DataSource::Initialize() {
     try {
         std::lock_guard guard(m_lock);
         if (m_database) Fail(DB_E_ALREADYINITIALIZED);
-        std::wstring path = m_properties.GetString(DBPROPSET_DBINIT, DBPROP_INIT_DATASOURCE);
-        if (Trim(path).empty())
+        OpenOptions options = InitOptions();
+        if (options.path.empty())
             Fail(DB_E_CANNOTCONNECT, L"No database file was given: set \"Data Source\" to the path of an SQLite file.",
                  L"08001");
-        OpenOptions options;
-        options.path = FullPath(Trim(path));
-        const VARIANT& mode = m_properties.Value(DBPROPSET_DBINIT, DBPROP_INIT_MODE);
-        if (V_VT(&mode) == VT_I4) {
-            const LONG access = V_I4(&mode) & DB_MODE_READWRITE;
-            options.readOnly = access != 0 && !(access & DB_MODE_WRITE);
-        }
-        options.busyTimeoutMs = m_options.busyTimeoutMs();
         m_database = Database::Open(options);
-
-        const auto& set = DBPROPSET_DATASOURCEINFO;
-        m_properties.PutString(set, DBPROP_DATASOURCENAME, options.path);
-        m_properties.PutBool(set, DBPROP_DATASOURCEREADONLY, options.readOnly);
-        m_properties.PutI4(set, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_INITIALIZED);
-        m_properties.PutString(set, DBPROP_DBMSNAME, kDbmsName);
-        m_properties.PutString(set, DBPROP_DBMSVER, FromUtf8(sqlite3_libversion()));
-        m_properties.PutString(set, DBPROP_PROVIDERFILENAME, kProviderFileName);
-        m_properties.PutString(set, DBPROP_PROVIDERFRIENDLYNAME, kProviderName);
-        m_properties.PutString(set, DBPROP_PROVIDEROLEDBVER, kOleDbVersion);
-        m_properties.PutString(set, DBPROP_PROVIDERVER, kProviderVersion);
-        m_properties.PutI4(set, DBPROP_ACTIVESESSIONS, 0);
-        m_properties.PutBool(set, DBPROP_BYREFACCESSORS, false);
-        m_properties.PutI4(set, DBPROP_DSOTHREADMODEL, DBPROPVAL_RT_FREETHREAD);
-        m_properties.PutI4(set, DBPROP_IDENTIFIERCASE, DBPROPVAL_IC_MIXED);
-        m_properties.PutI4(set, DBPROP_QUOTEDIDENTIFIERCASE, DBPROPVAL_IC_MIXED);
-        m_properties.PutI4(set, DBPROP_MULTIPLERESULTS, 0);
-        m_properties.PutBool(set, DBPROP_MULTIPLESTORAGEOBJECTS, true);
-        m_properties.PutI4(set, DBPROP_NULLCOLLATION, DBPROPVAL_NC_LOW);
-        m_properties.PutBool(set, DBPROP_ROWSETCONVERSIONSONCOMMAND, true);
-        m_properties.PutI4(set, DBPROP_SQLSUPPORT, DBPROPVAL_SQL_ODBC_CORE | DBPROPVAL_SQL_ANSI92_ENTRY);
-        m_properties.PutI4(set, DBPROP_SUPPORTEDTXNDDL, DBPROPVAL_TC_ALL);
-        m_properties.PutI4(set, DBPROP_SUPPORTEDTXNISOLEVELS,
-                           DBPROPVAL_TI_READCOMMITTED | DBPROPVAL_TI_REPEATABLEREAD | DBPROPVAL_TI_SERIALIZABLE |
-                               DBPROPVAL_TI_READUNCOMMITTED);
-        m_properties.PutString(set, DBPROP_TABLETERM, L"Table");
-        m_properties.PutString(DBPROPSET_DATASOURCE, DBPROP_CURRENTCATALOG, L"main");
+        MarkInitialized(options);
         return S_OK;
     }
     ZEL_CATCH_RETURN()
+}
+
+void DataSource::MarkInitialized(const OpenOptions& options) {
+    const auto& set = DBPROPSET_DATASOURCEINFO;
+    m_properties.PutString(set, DBPROP_DATASOURCENAME, options.path);
+    m_properties.PutBool(set, DBPROP_DATASOURCEREADONLY, options.readOnly);
+    m_properties.PutI4(set, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_INITIALIZED);
+    m_properties.PutString(set, DBPROP_DBMSNAME, kDbmsName);
+    m_properties.PutString(set, DBPROP_DBMSVER, FromUtf8(sqlite3_libversion()));
+    m_properties.PutString(set, DBPROP_PROVIDERFILENAME, kProviderFileName);
+    m_properties.PutString(set, DBPROP_PROVIDERFRIENDLYNAME, kProviderName);
+    m_properties.PutString(set, DBPROP_PROVIDEROLEDBVER, kOleDbVersion);
+    m_properties.PutString(set, DBPROP_PROVIDERVER, kProviderVersion);
+    m_properties.PutI4(set, DBPROP_ACTIVESESSIONS, 0);
+    m_properties.PutBool(set, DBPROP_BYREFACCESSORS, false);
+    m_properties.PutI4(set, DBPROP_DSOTHREADMODEL, DBPROPVAL_RT_FREETHREAD);
+    m_properties.PutI4(set, DBPROP_IDENTIFIERCASE, DBPROPVAL_IC_MIXED);
+    m_properties.PutI4(set, DBPROP_QUOTEDIDENTIFIERCASE, DBPROPVAL_IC_MIXED);
+    m_properties.PutI4(set, DBPROP_MULTIPLERESULTS, 0);
+    m_properties.PutBool(set, DBPROP_MULTIPLESTORAGEOBJECTS, true);
+    m_properties.PutI4(set, DBPROP_NULLCOLLATION, DBPROPVAL_NC_LOW);
+    m_properties.PutBool(set, DBPROP_ROWSETCONVERSIONSONCOMMAND, true);
+    m_properties.PutI4(set, DBPROP_SQLSUPPORT, DBPROPVAL_SQL_ODBC_CORE | DBPROPVAL_SQL_ANSI92_ENTRY);
+    m_properties.PutI4(set, DBPROP_SUPPORTEDTXNDDL, DBPROPVAL_TC_ALL);
+    m_properties.PutI4(set, DBPROP_SUPPORTEDTXNISOLEVELS,
+                       DBPROPVAL_TI_READCOMMITTED | DBPROPVAL_TI_REPEATABLEREAD | DBPROPVAL_TI_SERIALIZABLE |
+                           DBPROPVAL_TI_READUNCOMMITTED);
+    m_properties.PutString(set, DBPROP_TABLETERM, L"Table");
+    m_properties.PutString(DBPROPSET_DATASOURCE, DBPROP_CURRENTCATALOG, L"main");
 }
 
 STDMETHODIMP DataSource::Uninitialize() {
@@ -126,10 +126,14 @@ STDMETHODIMP DataSource::Uninitialize() {
         std::lock_guard guard(m_lock);
         if (m_sessions > 0) Fail(DB_E_OBJECTOPEN, L"Sessions of this data source are still open.");
         m_database.reset();
-        m_properties.PutI4(DBPROPSET_DATASOURCEINFO, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_UNINITIALIZED);
+        MarkUninitialized();
         return S_OK;
     }
     ZEL_CATCH_RETURN()
+}
+
+void DataSource::MarkUninitialized() {
+    m_properties.PutI4(DBPROPSET_DATASOURCEINFO, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_UNINITIALIZED);
 }
 
 STDMETHODIMP DataSource::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
@@ -159,47 +163,52 @@ STDMETHODIMP DataSource::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET idS
 STDMETHODIMP DataSource::SetProperties(ULONG setCount, DBPROPSET sets[]) {
     try {
         std::lock_guard guard(m_lock);
-        const bool initialized = m_database != nullptr;
-        std::optional<ConnectionOptions> providerString;
-        auto validate = [&](const PropertyDefinition& def, const VARIANT& value, bool& handled) -> DBPROPSTATUS {
-            if (*def.set == DBPROPSET_DATASOURCE) {
-                // SQLite's only catalog in a connection is "main".
-                if (V_VT(&value) == VT_BSTR && !EqualsNoCase(V_BSTR(&value), L"main")) return DBPROPSTATUS_BADVALUE;
-                return DBPROPSTATUS_OK;
-            }
-            if (initialized) return DBPROPSTATUS_NOTSETTABLE;
-            switch (def.id) {
-            case DBPROP_INIT_PROVIDERSTRING:
-                if (!providerString) providerString.emplace();
-                handled = true;
-                if (V_VT(&value) == VT_BSTR && !providerString->Add(V_BSTR(&value) ? V_BSTR(&value) : L""))
-                    return DBPROPSTATUS_BADVALUE;
-                return DBPROPSTATUS_OK;
-            case DBPROP_INIT_MODE:
-                if (V_VT(&value) == VT_I4 && (V_I4(&value) & ~0x1F)) return DBPROPSTATUS_BADVALUE;
-                return DBPROPSTATUS_OK;
-            case DBPROP_INIT_PROMPT:
-                if (V_VT(&value) == VT_I2 && (V_I2(&value) < DBPROMPT_PROMPT || V_I2(&value) > DBPROMPT_NOPROMPT))
-                    return DBPROPSTATUS_BADVALUE;
-                return DBPROPSTATUS_OK;  // accepted; ZelLite never shows a dialog
-            case kStrayCatalogPropertyId:
-                m_properties.Put(DBPROPSET_DBINIT, DBPROP_INIT_CATALOG, value);
-                return DBPROPSTATUS_OK;
-            default: return DBPROPSTATUS_OK;
-            }
-        };
-        const GUID* const settable[] = {&DBPROPSET_DBINIT, &DBPROPSET_DATASOURCE};
-        std::span<const GUID* const> sets_ = initialized ? std::span<const GUID* const>(settable)
-                                                         : std::span<const GUID* const>(settable, 1);
-        HRESULT hr = m_properties.SetProperties(setCount, sets, sets_, validate);
-        if (providerString) {
-            m_options = *providerString;
-            m_properties.PutString(DBPROPSET_DBINIT, DBPROP_INIT_PROVIDERSTRING, m_options.Text());
-        }
+        HRESULT hr = ApplyProperties(setCount, sets);
         if (FAILED(hr)) Fail(hr);
         return ClearErrorAndReturn(hr);
     }
     ZEL_CATCH_RETURN()
+}
+
+HRESULT DataSource::ApplyProperties(ULONG setCount, DBPROPSET sets[]) {
+    const bool initialized = m_database != nullptr;
+    std::optional<ConnectionOptions> providerString;
+    auto validate = [&](const PropertyDefinition& def, const VARIANT& value, bool& handled) -> DBPROPSTATUS {
+        if (*def.set == DBPROPSET_DATASOURCE) {
+            // SQLite's only catalog in a connection is "main".
+            if (V_VT(&value) == VT_BSTR && !EqualsNoCase(V_BSTR(&value), L"main")) return DBPROPSTATUS_BADVALUE;
+            return DBPROPSTATUS_OK;
+        }
+        if (initialized) return DBPROPSTATUS_NOTSETTABLE;
+        switch (def.id) {
+        case DBPROP_INIT_PROVIDERSTRING:
+            if (!providerString) providerString.emplace();
+            handled = true;
+            if (V_VT(&value) == VT_BSTR && !providerString->Add(V_BSTR(&value) ? V_BSTR(&value) : L""))
+                return DBPROPSTATUS_BADVALUE;
+            return DBPROPSTATUS_OK;
+        case DBPROP_INIT_MODE:
+            if (V_VT(&value) == VT_I4 && (V_I4(&value) & ~0x1F)) return DBPROPSTATUS_BADVALUE;
+            return DBPROPSTATUS_OK;
+        case DBPROP_INIT_PROMPT:
+            if (V_VT(&value) == VT_I2 && (V_I2(&value) < DBPROMPT_PROMPT || V_I2(&value) > DBPROMPT_NOPROMPT))
+                return DBPROPSTATUS_BADVALUE;
+            return DBPROPSTATUS_OK;  // accepted; ZelLite never shows a dialog
+        case kStrayCatalogPropertyId:
+            m_properties.Put(DBPROPSET_DBINIT, DBPROP_INIT_CATALOG, value);
+            return DBPROPSTATUS_OK;
+        default: return DBPROPSTATUS_OK;
+        }
+    };
+    const GUID* const settable[] = {&DBPROPSET_DBINIT, &DBPROPSET_DATASOURCE};
+    std::span<const GUID* const> sets_ = initialized ? std::span<const GUID* const>(settable)
+                                                     : std::span<const GUID* const>(settable, 1);
+    HRESULT hr = m_properties.SetProperties(setCount, sets, sets_, validate);
+    if (providerString) {
+        m_options = *providerString;
+        m_properties.PutString(DBPROPSET_DBINIT, DBPROP_INIT_PROVIDERSTRING, m_options.Text());
+    }
+    return hr;
 }
 
 STDMETHODIMP DataSource::GetClassID(CLSID* clsid) {
