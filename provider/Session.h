@@ -55,8 +55,12 @@ public:
                                   ULONG* transactionLevel) override;
 
     // IDBSchemaRowset (SessionSchemaRowsets.cpp): TABLES, COLUMNS, INDEXES, PRIMARY_KEYS and
-    // PROVIDER_TYPES with their standard columns. An empty or VT_EMPTY restriction does not
-    // restrict. The provider's own metadata table never appears.
+    // PROVIDER_TYPES with their standard columns (SchemaRowsets.h). An empty or VT_EMPTY
+    // restriction does not restrict. The provider's own metadata table never appears.
+    // GetRowset gives a read-only rowset; E_INVALIDARG for another schema, more restrictions
+    // than it defines or one of the wrong type; DB_E_NOAGGREGATION; E_NOINTERFACE;
+    // DB_E_ERRORSOCCURRED when a required rowset property (IRowsetChange among them) cannot be
+    // set. GetSchemas' two arrays are the caller's to free (CoTaskMemFree).
     STDMETHODIMP GetRowset(IUnknown* outer, REFGUID schema, ULONG restrictionCount, const VARIANT restrictions[],
                            REFIID riid, ULONG setCount, DBPROPSET sets[], IUnknown** rowset) override;
     STDMETHODIMP GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** restrictionSupport) override;
