@@ -67,7 +67,22 @@ public:
 
     // ITableDefinition and ITableCreation (SessionTableDefinition.cpp). Column properties that
     // SQLite cannot hold itself (identity seed and increment, allow-zero-length, descriptions)
-    // are kept in the provider's metadata table and enforced by triggers.
+    // are kept in the provider's metadata table and enforced by triggers (ColumnMetadata.h).
+    // Each change is all or nothing: in a transaction of its own, or in a savepoint of the
+    // session's transaction (so that Abort undoes it).
+    // CreateTable: a null tableId makes the provider name the table (Table1, Table2...; then
+    // newTableId is required, else E_INVALIDARG); an empty or non-name id is DB_E_BADTABLEID, a
+    // name in use DB_E_DUPLICATETABLEID; column descriptions as ColumnDescReader.h says
+    // (DB_E_BADCOLUMNID, DB_E_DUPLICATECOLUMNID, DB_E_BADTYPE, DB_E_BADPRECISION,
+    // DB_E_BADSCALE; DB_E_ERRORSOCCURRED, nothing made, when a required property fails;
+    // DB_S_ERRORSOCCURRED when only optional ones do). *newTableId: a DBID and its name from the
+    // COM task allocator, the caller's. A rowset asked for (riid not IID_NULL) is opened on the
+    // new table as OpenRowset opens one, with the rowset properties of `sets`; if that fails
+    // the table stays.
+    // DropTable: DB_E_NOTABLE for a name that is not a table. AddColumn: *newColumnId as for
+    // CreateTable. DropColumn: DB_E_NOCOLUMN, DB_E_DROPRESTRICTED (TableDdl.h).
+    // GetTableDefinition: DB_E_NOTABLE; out-parameters and their memory as
+    // TableDefinitionOutput.h says; no table property sets.
     STDMETHODIMP CreateTable(IUnknown* outer, DBID* tableId, DBORDINAL columnCount, const DBCOLUMNDESC columnDescs[],
                              REFIID riid, ULONG setCount, DBPROPSET sets[], DBID** newTableId,
                              IUnknown** rowset) override;
@@ -78,7 +93,10 @@ public:
                                     ULONG* propertySetCount, DBPROPSET** propertySets, ULONG* constraintCount,
                                     DBCONSTRAINTDESC** constraints, OLECHAR** stringBuffer) override;
 
-    // IIndexDefinition (SessionTableDefinition.cpp).
+    // IIndexDefinition (SessionTableDefinition.cpp), as IndexDdl.h says. A null indexId makes
+    // the provider name the index. *newIndexId, when asked for, names the index made: a DBID and
+    // its name from the COM task allocator, the caller's. DropIndex with a null indexId drops
+    // every index of the table made by CREATE INDEX.
     STDMETHODIMP CreateIndex(DBID* tableId, DBID* indexId, DBORDINAL indexColumnCount,
                              const DBINDEXCOLUMNDESC indexColumnDescs[], ULONG setCount, DBPROPSET sets[],
                              DBID** newIndexId) override;

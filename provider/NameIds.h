@@ -1,0 +1,21 @@
+// DBIDs that name tables, columns and indexes: reading a consumer's id, and making the ids the
+// catalog methods hand out (ppTableID, ppColumnID, ppIndexID).
+#pragma once
+
+#include <windows.h>
+#include <oledb.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zel::lite {
+
+// The name in a DBKIND_NAME id; nothing for a null id, another kind, or a null or empty name.
+std::optional<std::wstring> NameOf(const DBID* id);
+
+// A new DBKIND_NAME id for `name`. The DBID and its name are separate blocks from the COM task
+// allocator, the caller's to free (the name first, then the DBID). Throws std::bad_alloc.
+DBID* NewNameId(std::wstring_view name);
+
+}  // namespace zel::lite
