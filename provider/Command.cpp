@@ -99,7 +99,10 @@ STDMETHODIMP Command::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DB
             }
             if (rc != SQLITE_DONE) FailSqlite(db, rc, statementText);
             if (sqlite3_stmt_readonly(statement.get()) == 0) {
-                changes += static_cast<DBROWCOUNT>(sqlite3_total_changes64(db) - before);
+                // Rows the statement itself changed: sqlite3_changes leaves out what triggers did
+                // (the provider's own column triggers among them) but keeps the count of an
+                // earlier statement when this one changed nothing, which the total tells.
+                if (sqlite3_total_changes64(db) != before) changes += static_cast<DBROWCOUNT>(sqlite3_changes64(db));
                 anyChange = true;
             }
         }

@@ -548,4 +548,45 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
     }
 }
 
+void WriteEmptyValue(const BindingTarget& target, void* out) noexcept {
+    if (!out) return;
+    if (target.type & DBTYPE_BYREF) {
+        *static_cast<void**>(out) = nullptr;
+        return;
+    }
+    size_t size = 0;
+    switch (target.type & ~DBTYPE_ARRAY & ~DBTYPE_VECTOR) {
+    case DBTYPE_STR:
+    case DBTYPE_BYTES: size = target.maxLength > 0 ? 1 : 0; break;
+    case DBTYPE_WSTR: size = target.maxLength >= sizeof(wchar_t) ? sizeof(wchar_t) : 0; break;
+    case DBTYPE_VARIANT: VariantInit(static_cast<VARIANT*>(out)); return;
+    case DBTYPE_I1:
+    case DBTYPE_UI1: size = 1; break;
+    case DBTYPE_I2:
+    case DBTYPE_UI2:
+    case DBTYPE_BOOL: size = 2; break;
+    case DBTYPE_I4:
+    case DBTYPE_UI4:
+    case DBTYPE_R4:
+    case DBTYPE_ERROR: size = 4; break;
+    case DBTYPE_I8:
+    case DBTYPE_UI8:
+    case DBTYPE_R8:
+    case DBTYPE_CY:
+    case DBTYPE_DATE:
+    case DBTYPE_FILETIME: size = 8; break;
+    case DBTYPE_DBDATE: size = sizeof(DBDATE); break;
+    case DBTYPE_DBTIME: size = sizeof(DBTIME); break;
+    case DBTYPE_DBTIMESTAMP: size = sizeof(DBTIMESTAMP); break;
+    case DBTYPE_GUID: size = sizeof(GUID); break;
+    case DBTYPE_DECIMAL: size = sizeof(DECIMAL); break;
+    case DBTYPE_NUMERIC: size = sizeof(DB_NUMERIC); break;
+    case DBTYPE_BSTR:
+    case DBTYPE_IUNKNOWN:
+    case DBTYPE_IDISPATCH: size = sizeof(void*); break;
+    default: size = 0; break;
+    }
+    if (size) std::memset(out, 0, size);
+}
+
 }  // namespace zel::lite

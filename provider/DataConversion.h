@@ -36,6 +36,11 @@ struct ConversionResult {
 ConversionResult ConvertForBinding(const Scalar& value, const ColumnType& column, const BindingTarget& target,
                                    void* out);
 
+// Writes the empty value of the bound type at `out`: zero for numbers, dates and GUIDs, an empty
+// string for text bound in place, a null pointer, BSTR or interface, VT_EMPTY for a VARIANT.
+// Used where a NULL is read through a binding without status.
+void WriteEmptyValue(const BindingTarget& target, void* out) noexcept;
+
 // The text form of a value, as WSTR conversions deliver it.
 std::wstring ValueAsText(const Scalar& value, const ColumnType& column);
 

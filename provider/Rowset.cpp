@@ -144,9 +144,10 @@ STDMETHODIMP Rowset::GetData(HROW handle, HACCESSOR accessorHandle, void* data) 
             ConversionResult result = ConvertForBinding(value, column->type, target, out);
             if (b.dwPart & DBPART_LENGTH) At<DBLENGTH>(data, b.obLength) = result.length;
             if (b.dwPart & DBPART_STATUS) At<DBSTATUS>(data, b.obStatus) = result.status;
-            // A NULL read through a binding without status leaves the value as it was: the
-            // consumer cannot tell, which is its choice to make (catalog readers bind values
-            // only and rely on this for the many NULL columns of schema rowsets).
+            // A NULL read through a binding without status is not an error: the consumer chose
+            // not to tell NULL apart, and gets the empty value of the bound type (catalog
+            // readers bind values only, and schema rowsets have many NULL columns).
+            if (result.status == DBSTATUS_S_ISNULL && !(b.dwPart & DBPART_STATUS)) WriteEmptyValue(target, out);
             bool failed = IsErrorStatus(result.status);
             if (failed) {
                 if (errors++ == 0)

@@ -7,6 +7,27 @@ namespace zel::lite {
 
 namespace {
 
+// Whether a primary-key column declared INTEGER is the table's rowid under another name: it is
+// when it is the table's only key column (and the table has a rowid). Such a column never holds
+// NULL, although SQLite does not report it NOT NULL. Called with the connection's mutex held.
+bool IsRowidAlias(sqlite3* db, const char* schema, const char* table, const char* dataType) {
+    if (!dataType || sqlite3_stricmp(dataType, "INTEGER") != 0) return false;
+    sqlite3_stmt* raw = nullptr;
+    if (sqlite3_prepare_v2(db,
+                           "SELECT (SELECT count(*) FROM pragma_table_info(?1, ?2) WHERE pk > 0) = 1 AND "
+                           "NOT EXISTS (SELECT 1 FROM pragma_index_list(?1, ?2) WHERE origin = 'pk')",
+                           -1, &raw, nullptr) != SQLITE_OK)
+        return false;
+    SqliteStatement statement(raw);
+    sqlite3_bind_text(raw, 1, table, -1, SQLITE_TRANSIENT);
+    sqlite3_bind_text(raw, 2, schema ? schema : "main", -1, SQLITE_TRANSIENT);
+    return sqlite3_step(raw) == SQLITE_ROW && sqlite3_column_int(raw, 0) != 0;
+}
+
+}  // namespace
+
+namespace {
+
 std::wstring Text16(const void* text) { return text ? static_cast<const wchar_t*>(text) : L""; }
 
 std::wstring QuoteIdentifier(const std::wstring& name) {
@@ -103,10 +124,11 @@ void StatementRowSource::DescribeColumns() {
         if (table && origin) {
             column.baseTable = FromUtf8(table);
             column.baseColumn = FromUtf8(origin);
+            const char* dataType = nullptr;
             int notNull = 0, primaryKey = 0, autoIncrement = 0;
-            if (sqlite3_table_column_metadata(db, schema, table, origin, nullptr, nullptr, &notNull, &primaryKey,
+            if (sqlite3_table_column_metadata(db, schema, table, origin, &dataType, nullptr, &notNull, &primaryKey,
                                               &autoIncrement) == SQLITE_OK &&
-                notNull)
+                (notNull || (primaryKey && IsRowidAlias(db, schema, table, dataType))))
                 column.flags &= ~static_cast<DBCOLUMNFLAGS>(DBCOLUMNFLAGS_MAYBENULL | DBCOLUMNFLAGS_ISNULLABLE);
         }
         m_columns.push_back(std::move(column));

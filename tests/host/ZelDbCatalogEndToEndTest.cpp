@@ -34,10 +34,12 @@ std::vector<Row> TableRows(const std::wstring& text, const Row& headings) {
         Row cells;
         size_t start = 0;
         for (;;) {
-            const size_t bar = line.find(L" | ", start);
+            // Cells are separated by " | "; a line whose last cell is empty ends in " |", the
+            // writer dropping trailing blanks. No cell of these tests holds a bar itself.
+            const size_t bar = line.find(L'|', start);
             cells.push_back(Trim(line.substr(start, bar == std::wstring::npos ? std::wstring::npos : bar - start)));
             if (bar == std::wstring::npos) break;
-            start = bar + 3;
+            start = bar + 1;
         }
         return cells;
     };

@@ -167,4 +167,35 @@ TEST_F(AccessorValidation, OnlyTheBoundPartsAreWritten) {
     accessor->ReleaseAccessor(handle, nullptr);
 }
 
+TEST_F(AccessorValidation, ANullReadWithoutStatusGivesTheEmptyValueOfTheBoundType) {
+    c.Run(L"CREATE TABLE n (i INTEGER, t TEXT(20), d DOUBLE)");
+    c.Run(L"INSERT INTO n VALUES (NULL, NULL, NULL)");
+    ComPtr<IRowset> nulls = c.Query(L"SELECT i, t, d FROM n");
+    ASSERT_TRUE(nulls);
+    auto nullAccessor = nulls.as<IAccessor>();
+    DBBINDING bindings[3] = {Binding::Make(1, DBTYPE_I4, 0, 0, 0, 0), Binding::Make(2, DBTYPE_WSTR, 40, 8, 0, 0),
+                             Binding::Make(3, DBTYPE_R8, 0, 48, 0, 0)};
+    for (DBBINDING& b : bindings) b.dwPart = DBPART_VALUE;
+    HACCESSOR handle = DB_NULL_HACCESSOR;
+    ASSERT_EQ(S_OK, nullAccessor->CreateAccessor(DBACCESSOR_ROWDATA, 3, bindings, 0, &handle, nullptr));
+    DBCOUNTITEM obtained = 0;
+    HROW row = DB_NULL_HROW;
+    HROW* rows = &row;
+    ASSERT_EQ(S_OK, nulls->GetNextRows(DB_NULL_HCHAPTER, 0, 1, &obtained, &rows));
+    std::vector<BYTE> buffer(64, 0xAB);
+    EXPECT_EQ(S_OK, nulls->GetData(row, handle, buffer.data()));
+    LONG i = -1;
+    wchar_t first = L'?';
+    double d = -1;
+    memcpy(&i, buffer.data(), sizeof(i));
+    memcpy(&first, buffer.data() + 8, sizeof(first));
+    memcpy(&d, buffer.data() + 48, sizeof(d));
+    EXPECT_EQ(0, i);
+    EXPECT_EQ(L'\0', first);
+    EXPECT_EQ(0.0, d);
+    EXPECT_EQ(0xAB, buffer[4]);  // nothing beyond the bound value is written
+    nulls->ReleaseRows(1, &row, nullptr, nullptr, nullptr);
+    nullAccessor->ReleaseAccessor(handle, nullptr);
+}
+
 }  // namespace

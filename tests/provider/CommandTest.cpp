@@ -53,6 +53,17 @@ TEST_F(CommandTest, DeleteAndInsertCountTheirRows) {
 
 TEST_F(CommandTest, CreateTableChangesNoRows) { EXPECT_EQ(0, c.Run(L"CREATE TABLE empty_one (a INTEGER)")); }
 
+TEST_F(CommandTest, RowsChangedByTriggersAreNotCounted) {
+    c.Run(L"CREATE TABLE people_log (name TEXT)");
+    c.Run(L"CREATE TRIGGER people_logged AFTER INSERT ON people BEGIN "
+          L"INSERT INTO people_log VALUES (NEW.name); INSERT INTO people_log VALUES (NEW.name); END");
+    EXPECT_EQ(2, c.Run(L"INSERT INTO people (name) VALUES ('Dan'), ('Eve')"));
+    EXPECT_EQ(4, c.Run(L"DELETE FROM people_log"));
+    // A statement that changes nothing counts none, whatever the statement before it changed.
+    EXPECT_EQ(0, c.Run(L"CREATE TABLE after_changes (a INTEGER)"));
+    EXPECT_EQ(0, c.Run(L"UPDATE people SET city = 'x' WHERE id > 100"));
+}
+
 TEST_F(CommandTest, SelectWithoutRowsGivesAnEmptyRowset) {
     auto rowset = c.Query(L"SELECT * FROM people WHERE id > 100");
     ASSERT_TRUE(rowset);

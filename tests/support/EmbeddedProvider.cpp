@@ -22,10 +22,14 @@ HRESULT RegisterEmbeddedProvider() {
 ScratchDatabase::ScratchDatabase(const wchar_t* fileName) {
     wchar_t temp[MAX_PATH];
     GetTempPathW(MAX_PATH, temp);
+    // Process ids come back (Wine hands out small ones again soon), and a directory an earlier
+    // process could not delete may still be there: the name is taken only by creating it anew.
     static LONG counter = 0;
-    m_directory = std::wstring(temp) + L"zeltest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                  std::to_wstring(InterlockedIncrement(&counter));
-    CreateDirectoryW(m_directory.c_str(), nullptr);
+    for (;;) {
+        m_directory = std::wstring(temp) + L"zeltest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                      std::to_wstring(InterlockedIncrement(&counter));
+        if (CreateDirectoryW(m_directory.c_str(), nullptr) || GetLastError() != ERROR_ALREADY_EXISTS) break;
+    }
     m_path = m_directory + L"\\" + fileName;
     HANDLE file = CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
