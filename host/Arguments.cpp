@@ -2,6 +2,8 @@
 
 #include <cwctype>
 
+#include "ZelVersion.h"
+
 namespace zel::zeldb {
 
 namespace {
@@ -107,11 +109,15 @@ std::wstring GeneralHelp() {
     text +=
         L"\n"
         L"Exit status: 0 on success, 1 when the server or the provider reports an error,\n"
-        L"2 for a command line zeldb does not understand.\n";
+        L"2 for a command line zeldb does not understand.\n"
+        L"\n"
+        L"zeldb --version prints the version of zeldb and of the ZelPmDb32 package it came with.\n";
     return text;
 }
 
 }  // namespace
+
+std::wstring VersionText() { return std::wstring(L"zeldb ") + ZEL_VERSION_WTEXT + L"\n"; }
 
 std::wstring HelpText(const std::wstring& command) {
     const CommandSpec* entry = FindCommand(command);
@@ -163,6 +169,8 @@ Invocation ParseArguments(const std::vector<std::wstring>& args) {
         };
         if (name == L"--help" || name == L"-h") {
             inv.help = true;
+        } else if (name == L"--version") {
+            inv.version = true;
         } else if (name == L"--csv" || name == L"--xml") {
             const OutputFormat f = name == L"--csv" ? OutputFormat::Csv : OutputFormat::Xml;
             if (inv.format != OutputFormat::Table && inv.format != f)
@@ -180,9 +188,10 @@ Invocation ParseArguments(const std::vector<std::wstring>& args) {
     }
 
     if (words.empty()) {
-        if (inv.help) return inv;
+        if (inv.help || inv.version) return inv;
         throw UsageError(L"no command given", L"");
     }
+    if (inv.version) throw UsageError(L"--version takes no command", L"");
     std::wstring command = words[0];
     size_t first = 1;
     if (command == L"help") {

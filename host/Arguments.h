@@ -19,6 +19,7 @@ struct Invocation {
     std::optional<std::uint64_t> maxRows;
     std::optional<std::wstring> tableType;
     bool help = false;  // --help / -h, or the `help` command
+    bool version = false;  // --version, which stands alone
 };
 
 // A command line zeldb cannot run; `command` names the subcommand whose usage to show
@@ -38,6 +39,9 @@ private:
 // Parses the arguments after the program name. Options may stand before, between or after
 // the positional arguments; `--` ends the options. Throws UsageError.
 Invocation ParseArguments(const std::vector<std::wstring>& args);
+
+// "zeldb 1.0.0": the program and the product version, for --version.
+std::wstring VersionText();
 
 // Help of one command ("query", "tabledef get", "tabledef"), or the general help for an
 // empty or unknown name.

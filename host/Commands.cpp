@@ -305,6 +305,10 @@ int RunZelDb(const std::vector<std::wstring>& args, Context& context) {
         context.out.Write(HelpText(invocation.command));
         return 0;
     }
+    if (invocation.version) {
+        context.out.Write(VersionText());
+        return 0;
+    }
     return RunInvocation(invocation, context);
 }
 

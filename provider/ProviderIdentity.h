@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include "ZelVersion.h"
+
 namespace zel::lite {
 
 // {6ED3CDC0-CB85-478B-86C2-ACC437DDD288}
@@ -15,7 +17,7 @@ inline constexpr wchar_t kErrorSource[] = L"ZelLite OLE DB Provider";
 inline constexpr wchar_t kProgId[] = L"ZelLite.OLEDB.1";
 inline constexpr wchar_t kVersionIndependentProgId[] = L"ZelLite.OLEDB";
 inline constexpr wchar_t kProviderFileName[] = L"ZelLite.dll";
-inline constexpr wchar_t kProviderVersion[] = L"01.00.0000";
+inline constexpr wchar_t kProviderVersion[] = ZEL_PROVIDER_VERSION_WTEXT;  // "01.00.0000" for 1.0.0
 inline constexpr wchar_t kOleDbVersion[] = L"02.70";
 inline constexpr wchar_t kDbmsName[] = L"SQLite";
 

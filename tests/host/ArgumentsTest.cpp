@@ -1,6 +1,7 @@
 // Command-line parsing of zeldb: subcommands, positional arguments, options and help.
 #include <gtest/gtest.h>
 
+#include "ZelVersion.h"
 #include "host/Arguments.h"
 
 namespace zel::zeldb {
@@ -105,6 +106,26 @@ TEST(ZelDbArguments, HelpWorksForEveryCommandAndSkipsArgumentChecks) {
     EXPECT_EQ(Parse({L"help", L"query"}).command, L"query");
     EXPECT_TRUE(Parse({L"--help"}).help);
     EXPECT_EQ(Parse({L"--help"}).command, L"");
+}
+
+TEST(ZelDbArguments, VersionStandsAlone) {
+    const Invocation inv = Parse({L"--version"});
+    EXPECT_TRUE(inv.version);
+    EXPECT_FALSE(inv.help);
+    EXPECT_EQ(inv.command, L"");
+    EXPECT_FALSE(Parse({L"query", L"db", L"x"}).version);
+    EXPECT_EQ(UsageOf({L"query", L"db", L"x", L"--version"}),
+              std::make_pair(std::wstring(L"--version takes no command"), std::wstring(L"")));
+    // Help goes first when both are asked for.
+    EXPECT_TRUE(Parse({L"--help", L"--version"}).help);
+}
+
+TEST(ZelDbArguments, VersionTextIsTheProductVersion) {
+    EXPECT_EQ(VersionText(), std::wstring(L"zeldb ") + ZEL_VERSION_WTEXT + L"\n");
+    EXPECT_EQ(std::to_wstring(ZEL_VERSION_MAJOR) + L"." + std::to_wstring(ZEL_VERSION_MINOR) + L"." +
+                  std::to_wstring(ZEL_VERSION_PATCH),
+              ZEL_VERSION_WTEXT);
+    EXPECT_NE(HelpText(L"").find(L"zeldb --version"), std::wstring::npos);
 }
 
 TEST(ZelDbArguments, HelpTextsShowSynopsisAndConnectionRule) {

@@ -1,7 +1,12 @@
 // zeldb.exe as a user runs it, for everything that needs no server: help, usage errors and
 // their exit codes.
+#include <windows.h>
+
 #include <gtest/gtest.h>
 
+#include <vector>
+
+#include "ZelVersion.h"
 #include "tests/host/ZelDbProcess.h"
 
 namespace zel::zeldb::test {
@@ -30,6 +35,46 @@ TEST(ZelDbCommandLine, HelpPrintsTheCommandListAndExitsZero) {
                             L"  compact CONN",
                             L"  shell CONN",
                         }));
+}
+
+// The one version of the package: project() in CMake, printed by --version and written into
+// zeldb.exe's version resource.
+TEST(ZelDbCommandLine, VersionPrintsTheProductVersionAndExitsZero) {
+    const ProcessResult r = RunZelDb({L"--version"});
+    EXPECT_EQ(r.exitCode, 0u);
+    EXPECT_EQ(r.err, L"");
+    EXPECT_EQ(r.out, std::wstring(L"zeldb ") + ZEL_VERSION_WTEXT + L"\n");
+
+    const ProcessResult misuse = RunZelDb({L"formats", L"--version"});
+    EXPECT_EQ(misuse.exitCode, 2u);
+    EXPECT_EQ(misuse.out, L"");
+    ASSERT_FALSE(Lines(misuse.err).empty());
+    EXPECT_EQ(Lines(misuse.err)[0], L"zeldb: --version takes no command");
+}
+
+TEST(ZelDbCommandLine, VersionResourceCarriesTheSameVersion) {
+    const std::wstring exe = ProgramDirectory() + L"\\zeldb.exe";
+    DWORD handle = 0;
+    const DWORD size = GetFileVersionInfoSizeW(exe.c_str(), &handle);
+    ASSERT_NE(size, 0u) << GetLastError();
+    std::vector<BYTE> data(size);
+    ASSERT_TRUE(GetFileVersionInfoW(exe.c_str(), 0, size, data.data()));
+
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT length = 0;
+    ASSERT_TRUE(VerQueryValueW(data.data(), L"\\", reinterpret_cast<void**>(&fixed), &length));
+    EXPECT_EQ(HIWORD(fixed->dwFileVersionMS), ZEL_VERSION_MAJOR);
+    EXPECT_EQ(LOWORD(fixed->dwFileVersionMS), ZEL_VERSION_MINOR);
+    EXPECT_EQ(HIWORD(fixed->dwFileVersionLS), ZEL_VERSION_PATCH);
+    EXPECT_EQ(fixed->dwProductVersionMS, fixed->dwFileVersionMS);
+
+    wchar_t* text = nullptr;
+    ASSERT_TRUE(VerQueryValueW(data.data(), L"\\StringFileInfo\\040904B0\\ProductVersion",
+                               reinterpret_cast<void**>(&text), &length));
+    EXPECT_EQ(std::wstring(text), ZEL_VERSION_WTEXT);
+    ASSERT_TRUE(VerQueryValueW(data.data(), L"\\StringFileInfo\\040904B0\\OriginalFilename",
+                               reinterpret_cast<void**>(&text), &length));
+    EXPECT_EQ(std::wstring(text), L"zeldb.exe");
 }
 
 TEST(ZelDbCommandLine, EverySubcommandHasHelp) {

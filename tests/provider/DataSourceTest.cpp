@@ -4,9 +4,12 @@
 #include <windows.h>
 #include <msdasc.h>
 
+#include <cwchar>
+
 #include <gtest/gtest.h>
 
 #include "ProviderTestSupport.h"
+#include "ZelVersion.h"
 #include "common/CoTaskMem.h"
 
 namespace {
@@ -59,7 +62,10 @@ TEST(DataSource, InitializeOpensAnExistingEmptyFileAndReportsIt) {
     EXPECT_EQ(L"SQLite", StringProperty(s, DBPROPSET_DATASOURCEINFO, DBPROP_DBMSNAME));
     EXPECT_FALSE(StringProperty(s, DBPROPSET_DATASOURCEINFO, DBPROP_DBMSVER).empty());
     EXPECT_EQ(L"ZelLite OLE DB Provider for SQLite", StringProperty(s, DBPROPSET_DATASOURCEINFO, DBPROP_PROVIDERFRIENDLYNAME));
-    EXPECT_EQ(L"01.00.0000", StringProperty(s, DBPROPSET_DATASOURCEINFO, DBPROP_PROVIDERVER));
+    // The provider version is the product version in OLE DB's "##.##.####" form.
+    wchar_t providerVersion[32];
+    swprintf(providerVersion, 32, L"%02d.%02d.%04d", ZEL_VERSION_MAJOR, ZEL_VERSION_MINOR, ZEL_VERSION_PATCH);
+    EXPECT_EQ(providerVersion, StringProperty(s, DBPROPSET_DATASOURCEINFO, DBPROP_PROVIDERVER));
     EXPECT_EQ(L"main", StringProperty(s, DBPROPSET_DATASOURCE, DBPROP_CURRENTCATALOG));
 }
 
