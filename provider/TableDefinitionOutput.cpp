@@ -127,8 +127,10 @@ void FillColumn(DBCOLUMNDESC& desc, const ColumnDefinition& c, StringPool& strin
     if (!c.declaredType.empty()) strings.Add(&desc.pwszTypeName, c.declaredType);
     desc.wType = c.type.type;
     desc.ulColumnSize = c.type.size;
-    desc.bPrecision = c.type.precision;
-    desc.bScale = c.type.scale;
+    // Column descriptions carry 0 where precision or scale does not apply (column information
+    // says ~0 there), so that a definition written out shows only what means something.
+    desc.bPrecision = c.type.precision == 0xFF ? 0 : c.type.precision;
+    desc.bScale = c.type.scale == 0xFF ? 0 : c.type.scale;
 
     const bool identity = c.identity != Identity::None;
     std::vector<Property> column;

@@ -400,8 +400,9 @@ TEST_F(TableDefinitionTest, EveryMappedTypeIsDeclaredAndReadBackAsColumnsInfoRep
         EXPECT_EQ(reported[i], d.wType);
         EXPECT_EQ(info[i].type, d.wType);
         EXPECT_EQ(info[i].size, d.ulColumnSize);
-        EXPECT_EQ(info[i].precision, d.bPrecision);
-        EXPECT_EQ(info[i].scale, d.bScale);
+        // Column information says ~0 where precision or scale does not apply; the definition 0.
+        EXPECT_EQ(info[i].precision == 0xFF ? 0 : info[i].precision, d.bPrecision);
+        EXPECT_EQ(info[i].scale == 0xFF ? 0 : info[i].scale, d.bScale);
         EXPECT_EQ((info[i].flags & DBCOLUMNFLAGS_ISFIXEDLENGTH) ? L"bool:-1" : L"bool:0",
                   ColumnText(&d, DBPROP_COL_FIXEDLENGTH));
     }
