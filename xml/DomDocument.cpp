@@ -2,6 +2,8 @@
 
 #include <ole2.h>
 
+#include <string>
+
 #include "common/ComError.h"
 #include "common/Variant.h"
 
@@ -15,6 +17,18 @@ HRESULT TryCreateDomDocument(ComPtr<IXMLDOMDocument2>& document) noexcept {
     hr = OleRun(unknown.get());
     if (FAILED(hr)) return hr;
     return unknown.query(document);
+}
+
+ComPtr<IXMLDOMElement> StartDocument(IXMLDOMDocument* document, const wchar_t* declaration, const wchar_t* root) {
+    if (!document) ThrowHr(E_POINTER);
+    Bstr text(std::wstring(L"<?xml ") + declaration + L"?><" + root + L"/>");
+    VARIANT_BOOL loaded = VARIANT_FALSE;
+    ZEL_THROW_IF_FAILED(document->loadXML(text.get(), &loaded));
+    if (loaded != VARIANT_TRUE) ThrowHr(E_FAIL);
+    ComPtr<IXMLDOMElement> element;
+    ZEL_THROW_IF_FAILED(document->get_documentElement(element.put()));
+    if (!element) ThrowHr(E_POINTER);
+    return element;
 }
 
 ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* parent, const wchar_t* name) {

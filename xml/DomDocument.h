@@ -19,6 +19,13 @@ namespace zel {
 // is null on failure.
 HRESULT TryCreateDomDocument(ComPtr<IXMLDOMDocument2>& document) noexcept;
 
+// Gives the empty `document` the XML declaration `<?xml declaration?>` and an empty document
+// element named `root`, and returns that element. Both are parsed from text (loadXML) rather
+// than made with createProcessingInstruction: Wine's MSXML keeps some 176 bytes of every
+// processing instruction it creates, which a server writing a document per query cannot
+// afford. Throws ComError (E_FAIL when the text does not parse).
+ComPtr<IXMLDOMElement> StartDocument(IXMLDOMDocument* document, const wchar_t* declaration, const wchar_t* root);
+
 // Creates element `name` in `document` and appends it to `parent`. Throws ComError.
 ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* parent, const wchar_t* name);
 

@@ -42,16 +42,8 @@ bool KobOleDbXML::BuildQueryDataXml(KobOleDbCommand* command, std::wstring& xml)
     if (!command || !command->IsConnected()) return false;
     m_document.reset();
     if (FAILED(TryCreateDomDocument(m_document))) return false;
-    ComPtr<IXMLDOMNode> documentNode = m_document.as<IXMLDOMNode>();
-
-    ComPtr<IXMLDOMProcessingInstruction> pi;
-    ZEL_THROW_IF_FAILED(m_document->createProcessingInstruction(
-        Bstr(L"xml").get(), Bstr(L"version=\"1.0\" encoding=\"UTF-16\"").get(), pi.put()));
-    ComPtr<IXMLDOMNode> added;
-    ZEL_THROW_IF_FAILED(documentNode->appendChild(pi.as<IXMLDOMNode>().get(), added.put()));
-
-    // Appended to the document, the root becomes its document element.
-    ComPtr<IXMLDOMElement> root = AppendElement(m_document.get(), documentNode.get(), kQueryData);
+    // The processing instruction and the root element.
+    ComPtr<IXMLDOMElement> root = StartDocument(m_document.get(), L"version=\"1.0\" encoding=\"UTF-16\"", kQueryData);
     SetText(root.get(), kVersion, kVersionValue);
 
     ComPtr<IXMLDOMElement> metadata = AppendElement(m_document.get(), root.as<IXMLDOMNode>().get(), kMetadata);

@@ -113,16 +113,8 @@ bool TableDefXml::BeginTableDef(const wchar_t* tableName) {
     ZEL_THROW_IF_FAILED(document->put_async(VARIANT_FALSE));
     ZEL_THROW_IF_FAILED(document->put_preserveWhiteSpace(VARIANT_TRUE));
 
-    Bstr target(L"xml");
-    Bstr data(L"version=\"1.0\" encoding=\"utf-16\"");
-    ComPtr<IXMLDOMProcessingInstruction> declaration;
-    ZEL_THROW_IF_FAILED(document->createProcessingInstruction(target.get(), data.get(), declaration.put()));
-    if (!declaration) ThrowHr(E_POINTER);
-    ComPtr<IXMLDOMNode> appended;
-    ZEL_THROW_IF_FAILED(document->appendChild(declaration.get(), appended.put()));
-
-    ComPtr<IXMLDOMNode> documentNode = document.as<IXMLDOMNode>();
-    ComPtr<IXMLDOMElement> root = AppendElement(document.get(), documentNode.get(), kTableDef);
+    // The processing instruction and the root element.
+    ComPtr<IXMLDOMElement> root = StartDocument(document.get(), L"version=\"1.0\" encoding=\"utf-16\"", kTableDef);
     SetAttributeText(root.get(), kName, tableName);
 
     m_document = std::move(document);
