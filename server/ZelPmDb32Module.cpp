@@ -6,6 +6,7 @@
 
 #include "common/ComObject.h"
 #include "helper/ZelOleDbHelperImpl.h"
+#include "server/ClientWatch.h"
 #include "server/CommandLine.h"
 #include "server/Registration.h"
 #include "service/ZelOleDbImpl.h"
@@ -49,6 +50,12 @@ int CKobPmDb32Module::WinMain(const wchar_t* commandLine) {
 }
 
 void CKobPmDb32Module::OnServerLock(bool lock) {
+    if (s_instance) {
+        s_instance->m_locks += lock ? 1 : -1;
+        // Objects are made during a client's call, while its connection is there to be seen.
+        if (lock && !s_instance->m_clientSeen.load() && CountClientConnections() > 0)
+            s_instance->m_clientSeen = true;
+    }
     if (lock) {
         CoAddRefServerProcess();
     } else if (CoReleaseServerProcess() == 0 && s_instance && s_instance->m_shutdownEvent) {
@@ -63,7 +70,13 @@ void CKobPmDb32Module::OnServerLock(bool lock) {
 
 DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
     auto* module = static_cast<CKobPmDb32Module*>(parameter);
-    WaitForSingleObject(module->m_shutdownEvent, INFINITE);
+    ClientWatch watch;
+    while (WaitForSingleObject(module->m_shutdownEvent, ClientWatch::kInterval) == WAIT_TIMEOUT) {
+        // Objects are still referenced: when no client can reach them any more (every one
+        // died, ClientWatch.h), end the process as their release would have.
+        if (module->m_clientSeen.load()) watch.NoteConnection();
+        if (module->m_locks.load() > 0 && watch.Observe(CountClientConnections())) break;
+    }
     PostThreadMessageW(module->m_mainThreadId, WM_QUIT, 0, 0);
     return 0;
 }

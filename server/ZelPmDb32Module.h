@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 namespace zel {
 
 class CKobPmDb32Module {
@@ -23,6 +25,8 @@ private:
     DWORD m_mainThreadId = 0;
     HANDLE m_shutdownEvent = nullptr;
     DWORD m_cookies[2] = {};
+    std::atomic<long> m_locks{0};  // objects and server locks, as counted for COM
+    std::atomic<bool> m_clientSeen{false};  // a client connection was there when an object was made
 };
 
 }  // namespace zel

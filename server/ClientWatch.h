@@ -1,0 +1,36 @@
+// Notices that every client of the server process has died. COM ends the server through its
+// clients' releases, and on Windows it also releases the references of a client process that
+// died without releasing them. Wine 8.0 does not: the objects of a killed host stay
+// referenced, and the server would run for ever, keeping whatever transaction and file lock
+// that host had. Under Wine each client connection to the server is served by a thread of
+// the RPC runtime named "wine_rpcrt4_io", which ends with the connection: a server that had
+// such threads and then has none for a few observations in a row, while its objects are still
+// referenced, has no client left that could ever reach them.
+#pragma once
+
+namespace zel {
+
+class ClientWatch {
+public:
+    // Observations without a connection, after one was seen, before the clients count as gone.
+    static constexpr unsigned kQuietObservations = 3;
+    // How often the server observes, in milliseconds.
+    static constexpr unsigned long kInterval = 1000;
+
+    // Notes a connection seen between observations (a client that made an object and died
+    // before the next observation still counts).
+    void NoteConnection() noexcept { m_seen = true; }
+    // Takes one observation of the number of client connections; true when the clients are
+    // gone. Until a connection has been seen it never answers true (so a platform without
+    // those threads, Windows included, is never misjudged).
+    bool Observe(unsigned connections) noexcept;
+
+private:
+    bool m_seen = false;
+    unsigned m_quiet = 0;
+};
+
+// The number of Wine RPC connection threads in this process; 0 where there are none.
+unsigned CountClientConnections() noexcept;
+
+}  // namespace zel
