@@ -45,6 +45,16 @@ void Database::Execute(std::string_view sql) {
 }
 
 SqliteStatement Database::Prepare(std::wstring_view sql, std::wstring_view* tail) {
+    // SQLite reads a surrogate as the first half of a pair whatever follows it, so a lone one
+    // swallows the next character (a closing quote, say) and the statement SQLite runs is not
+    // the one given, nor is the tail it reports where the next statement starts. Such text is
+    // refused whole, before any of it runs.
+    if (const size_t at = FindUnpairedSurrogate(sql); at != std::wstring_view::npos) {
+        Fail(DB_E_ERRORSINCOMMAND,
+             L"The statement is not valid UTF-16: character " + std::to_wstring(at + 1) +
+                 L" is half of a surrogate pair without its other half.\nStatement: " + std::wstring(sql),
+             L"22021");
+    }
     ConnectionLock lock(handle());
     SqliteStatement statement;
     const void* rest = nullptr;

@@ -44,4 +44,17 @@ std::wstring Trim(std::wstring_view text) {
     return std::wstring(text.substr(begin, end - begin));
 }
 
+size_t FindUnpairedSurrogate(std::wstring_view text) noexcept {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const wchar_t c = text[i];
+        if (c < 0xD800 || c > 0xDFFF) continue;
+        if (c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
+            ++i;  // a high surrogate followed by a low one: a pair
+            continue;
+        }
+        return i;
+    }
+    return std::wstring_view::npos;
+}
+
 }  // namespace zel::lite

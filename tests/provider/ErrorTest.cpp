@@ -45,6 +45,23 @@ TEST_F(ErrorReporting, BadSqlGivesErrorsInCommandWithSqlState42000) {
     EXPECT_EQ(1, e.nativeError);
 }
 
+TEST_F(ErrorReporting, AnUnpairedSurrogateInTheStatementIsRefusedBeforeAnythingRuns) {
+    // A lone high surrogate before a letter, a lone low one before the closing quote, and a
+    // valid statement ahead of a broken one in the same command text.
+    for (const std::wstring& sql : {std::wstring(L"INSERT INTO parent VALUES (2); SELECT 'a\xD800" L"b'"),
+                                    std::wstring(L"INSERT INTO child VALUES (2, 'b\xDC00', 1, 1)"),
+                                    std::wstring(L"INSERT INTO parent VALUES (3); INSERT INTO child VALUES (3, '\xD800', 1, 1)")}) {
+        EXPECT_EQ(DB_E_ERRORSINCOMMAND, c.TryExecute(sql));
+        ErrorRecordText e = OnlyRecord();
+        EXPECT_EQ(L"22021", e.sqlState);
+        EXPECT_NE(std::wstring::npos, e.description.find(L"not valid UTF-16")) << testing::PrintToString(e.description);
+    }
+    ComPtr<IRowset> rows = c.Query(L"SELECT (SELECT COUNT(*) FROM parent) || '/' || (SELECT COUNT(*) FROM child)");
+    EXPECT_EQ(L"1/1", ReadAllAsText(rows.get()).at(0).at(0)) << "a row was written";
+    // A pair is a character like any other.
+    c.Run(L"INSERT INTO child VALUES (2, '\xD83D\xDE00', 1, 1)");
+}
+
 TEST_F(ErrorReporting, AMissingTableGivesNoTableWithSqlState42S02) {
     EXPECT_EQ(DB_E_NOTABLE, c.TryExecute(L"SELECT * FROM nowhere"));
     ErrorRecordText e = OnlyRecord();
