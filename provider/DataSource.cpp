@@ -85,6 +85,12 @@ STDMETHODIMP DataSource::Initialize() {
         if (options.path.empty())
             Fail(DB_E_CANNOTCONNECT, L"No database file was given: set \"Data Source\" to the path of an SQLite file.",
                  L"08001");
+        // A file marked read-only is opened read-only whatever the mode asks, as Windows does
+        // not let it be written. Under Wine the mark is the Unix write permission, which a
+        // process running as root does not need: without this, such a process would change the
+        // file.
+        const DWORD attributes = GetFileAttributesW(options.path.c_str());
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY)) options.readOnly = true;
         m_database = Database::Open(options);
         MarkInitialized(options);
         return S_OK;

@@ -221,6 +221,29 @@ TEST(DataSource, ReadModeOpensTheFileReadOnly) {
     EXPECT_EQ(8, errors[0].nativeError & 0xFF);  // SQLite's "read-only"
 }
 
+TEST(DataSource, AFileMarkedReadOnlyOpensReadOnlyInEveryMode) {
+    TempDatabase db;
+    {
+        auto writer = Connection::Open(db.ConnectionString());
+        writer.Run(L"CREATE TABLE t (a INTEGER)");
+        writer.Run(L"INSERT INTO t VALUES (7)");
+    }
+    ASSERT_TRUE(SetFileAttributesW(db.path().c_str(), FILE_ATTRIBUTE_READONLY));
+    for (const wchar_t* mode : {L"", L"Mode=ReadWrite"}) {
+        SCOPED_TRACE(testing::PrintToString(std::wstring(mode)));
+        auto c = Connection::Open(db.ConnectionString(mode));
+        ASSERT_TRUE(c.session);
+        Variant readOnly = GetDataSourceProperty(c.dataSource.get(), DBPROPSET_DATASOURCEINFO, DBPROP_DATASOURCEREADONLY);
+        EXPECT_EQ(VARIANT_TRUE, V_BOOL(readOnly.get()));
+        EXPECT_EQ(L"7", ReadAllAsText(c.Query(L"SELECT a FROM t").get()).at(0).at(0));
+        EXPECT_EQ(DB_E_READONLY, c.TryExecute(L"INSERT INTO t VALUES (8)"));
+        TakeErrorRecords();
+    }
+    ASSERT_TRUE(SetFileAttributesW(db.path().c_str(), FILE_ATTRIBUTE_NORMAL));
+    auto c = Connection::Open(db.ConnectionString());
+    EXPECT_EQ(L"1", ReadAllAsText(c.Query(L"SELECT COUNT(*) FROM t").get()).at(0).at(0)) << "a row was written";
+}
+
 TEST(DataSource, ReadWriteModeIsWritable) {
     TempDatabase db;
     auto c = Connection::Open(db.ConnectionString(L"Mode=ReadWrite"));
