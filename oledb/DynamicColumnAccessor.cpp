@@ -98,14 +98,19 @@ HRESULT DynamicColumnAccessor::Bind(IRowset* rowset) {
     DBBYTEOFFSET offset = 0;
     for (DBORDINAL i = 0; i < m_count; ++i) {
         DBCOLUMNINFO& column = m_info.get()[i];
-        // Sizes in 64 bits: an unbounded column reports ~0, which must not wrap.
+        // Sizes in 64 bits: an unbounded column reports ~0, which must not wrap. `valueBytes`
+        // is what the longest value takes, without the terminator that the bound size adds:
+        // text of 4,000 wide characters is 8,000 bytes, not longer than the blob threshold.
         unsigned long long size = column.ulColumnSize;
-        if (column.wType == DBTYPE_STR)
+        unsigned long long valueBytes = size;
+        if (column.wType == DBTYPE_STR) {
             size = size + 1;
-        else if (column.wType == DBTYPE_WSTR)
-            size = size * 2 + 2;
-        else if (FixedSizeOf(column.wType) != 0 && size == 0)
-            size = FixedSizeOf(column.wType);
+        } else if (column.wType == DBTYPE_WSTR) {
+            valueBytes = size * 2;
+            size = valueBytes + 2;
+        } else if (FixedSizeOf(column.wType) != 0 && size == 0) {
+            size = valueBytes = FixedSizeOf(column.wType);
+        }
 
         DBBINDING& b = bindings[i];
         b.iOrdinal = column.iOrdinal;
@@ -114,7 +119,7 @@ HRESULT DynamicColumnAccessor::Bind(IRowset* rowset) {
         b.eParamIO = DBPARAMIO_NOTPARAM;
         b.bPrecision = column.bPrecision;
         b.bScale = column.bScale;
-        if (column.wType == DBTYPE_IUNKNOWN || column.ulColumnSize > kBlobThreshold || size > kBlobThreshold) {
+        if (column.wType == DBTYPE_IUNKNOWN || column.ulColumnSize > kBlobThreshold || valueBytes > kBlobThreshold) {
             if (!storageChecked) {
                 storageIid = StorageInterface(rowset);
                 storageChecked = true;

@@ -154,6 +154,25 @@ TEST_F(CommandTest, TextColumnOfTenThousandCharactersIsBoundAsStorageObject) {
     EXPECT_EQ(kTriTrue, command.IsBlob(1));
 }
 
+TEST_F(CommandTest, TextOfUpTo8000BytesIsBoundInlineAndLongerTextAsStorageObject) {
+    // 4,000 wide characters and 8,000 narrow ones are 8,000 bytes: field text. One more
+    // character makes a value longer than the blob threshold.
+    auto result = std::make_shared<FakeResult>();
+    result->columns = {{L"Wide", DBTYPE_WSTR, 4000}, {L"WideLonger", DBTYPE_WSTR, 4001},
+                       {L"Narrow", DBTYPE_STR, 8000}, {L"NarrowLonger", DBTYPE_STR, 8001}};
+    const std::wstring wide(4000, L'w');
+    result->rows = {{Text(wide), Text(L"x"), Bytes(std::vector<BYTE>(8000, 'n')), Bytes({'y'})}};
+    Open(result);
+    ASSERT_EQ(kTriTrue, command.Execute());
+    ASSERT_EQ(kTriTrue, command.FetchNext());
+    EXPECT_EQ(DBTYPE_WSTR, command.GetRawType(1));
+    EXPECT_EQ(kTriFalse, command.IsBlob(1));
+    EXPECT_EQ(wide, command.FieldAsString(1));
+    EXPECT_EQ(DBTYPE_IUNKNOWN, command.GetRawType(2));
+    EXPECT_EQ(DBTYPE_STR, command.GetRawType(3));
+    EXPECT_EQ(DBTYPE_IUNKNOWN, command.GetRawType(4));
+}
+
 TEST_F(CommandTest, CloseThenFetchNextIsNotApplicableAndReleasesRowsAndStreams) {
     auto result = std::make_shared<FakeResult>();
     result->columns = {{L"Notes", DBTYPE_WSTR, 9000, DBCOLUMNFLAGS_ISLONG}};
