@@ -127,17 +127,8 @@ TEST_F(CommandTest, TheServersRowsetPropertiesAreAcceptedForAJoinAndForAnUpdate)
 }
 
 TEST_F(CommandTest, AnUnsupportedRequiredPropertyFailsWithItsStatus) {
-    DBPROP props[2]{};
-    props[0].dwPropertyID = DBPROP_IRowsetLocate;  // an interface ZelLite does not offer
-    props[0].dwOptions = DBPROPOPTIONS_REQUIRED;
-    props[0].colid = DB_NULLID;
-    V_VT(&props[0].vValue) = VT_BOOL;
-    V_BOOL(&props[0].vValue) = VARIANT_TRUE;
-    props[1].dwPropertyID = 0x7777;  // no such property
-    props[1].dwOptions = DBPROPOPTIONS_REQUIRED;
-    props[1].colid = DB_NULLID;
-    V_VT(&props[1].vValue) = VT_BOOL;
-    V_BOOL(&props[1].vValue) = VARIANT_TRUE;
+    DBPROP props[2] = {BoolProperty(DBPROP_IRowsetLocate),  // an interface ZelLite does not offer
+                       BoolProperty(0x7777)};                // no such property
     DBPROPSET set{props, 2, DBPROPSET_ROWSET};
     auto command = c.NewCommand(L"SELECT * FROM people");
     EXPECT_EQ(DB_E_ERRORSOCCURRED, command.as<ICommandProperties>()->SetProperties(1, &set));
@@ -146,17 +137,8 @@ TEST_F(CommandTest, AnUnsupportedRequiredPropertyFailsWithItsStatus) {
 }
 
 TEST_F(CommandTest, AnUnsupportedOptionalPropertyIsNotSetAndReported) {
-    DBPROP props[2]{};
-    props[0].dwPropertyID = DBPROP_IRowsetLocate;
-    props[0].dwOptions = DBPROPOPTIONS_OPTIONAL;
-    props[0].colid = DB_NULLID;
-    V_VT(&props[0].vValue) = VT_BOOL;
-    V_BOOL(&props[0].vValue) = VARIANT_TRUE;
-    props[1].dwPropertyID = DBPROP_CANFETCHBACKWARDS;
-    props[1].dwOptions = DBPROPOPTIONS_REQUIRED;
-    props[1].colid = DB_NULLID;
-    V_VT(&props[1].vValue) = VT_BOOL;
-    V_BOOL(&props[1].vValue) = VARIANT_TRUE;
+    DBPROP props[2] = {BoolProperty(DBPROP_IRowsetLocate, true, DBPROPOPTIONS_OPTIONAL),
+                       BoolProperty(DBPROP_CANFETCHBACKWARDS)};
     DBPROPSET set{props, 2, DBPROPSET_ROWSET};
     auto command = c.NewCommand(L"SELECT * FROM people");
     EXPECT_EQ(DB_S_ERRORSOCCURRED, command.as<ICommandProperties>()->SetProperties(1, &set));

@@ -124,6 +124,16 @@ ComPtr<IRowset> Connection::Query(const std::wstring& sql, const DBPROPSET* prop
     return rowset;
 }
 
+DBPROP BoolProperty(DBPROPID id, bool value, DBPROPOPTIONS options) {
+    DBPROP p{};
+    p.dwPropertyID = id;
+    p.dwOptions = options;
+    p.colid = DB_NULLID;
+    V_VT(&p.vValue) = VT_BOOL;
+    V_BOOL(&p.vValue) = value ? VARIANT_TRUE : VARIANT_FALSE;
+    return p;
+}
+
 ServerRowsetProperties::ServerRowsetProperties() {
     const struct {
         DBPROPID id;

@@ -55,6 +55,9 @@ struct Connection {
     ComPtr<ICommandText> NewCommand(const std::wstring& sql) const;
 };
 
+// A VT_BOOL property for a DBPROPSET (nothing to free).
+DBPROP BoolProperty(DBPROPID id, bool value = true, DBPROPOPTIONS options = DBPROPOPTIONS_REQUIRED);
+
 // The rowset property set the automation server asks for on every command.
 struct ServerRowsetProperties {
     DBPROP props[5];

@@ -174,12 +174,7 @@ TEST_F(RowsetScroll, ChaptersAreRefused) {
 }
 
 TEST_F(RowsetScroll, BackwardScrollingCanBeTurnedOff) {
-    DBPROP prop{};
-    prop.dwPropertyID = DBPROP_CANSCROLLBACKWARDS;
-    prop.dwOptions = DBPROPOPTIONS_REQUIRED;
-    prop.colid = DB_NULLID;
-    V_VT(&prop.vValue) = VT_BOOL;
-    V_BOOL(&prop.vValue) = VARIANT_FALSE;
+    DBPROP prop = BoolProperty(DBPROP_CANSCROLLBACKWARDS, false);
     DBPROPSET set{&prop, 1, DBPROPSET_ROWSET};
     auto forwardOnly = c.Query(L"SELECT v FROM n", &set, 1);
     ASSERT_TRUE(forwardOnly);

@@ -631,17 +631,7 @@ TEST_F(SchemaRowsets, TheRowsetCanBeAggregatedWhenIUnknownIsAskedFor) {
 
 TEST_F(SchemaRowsets, TheRowsetIsReadOnlyAndTakesRowsetProperties) {
     c.Run(L"CREATE TABLE t (a INTEGER)");
-    DBPROP props[2]{};
-    props[0].dwPropertyID = DBPROP_IRowsetChange;
-    props[0].dwOptions = DBPROPOPTIONS_REQUIRED;
-    props[0].colid = DB_NULLID;
-    V_VT(&props[0].vValue) = VT_BOOL;
-    V_BOOL(&props[0].vValue) = VARIANT_TRUE;
-    props[1].dwPropertyID = DBPROP_BOOKMARKS;
-    props[1].dwOptions = DBPROPOPTIONS_REQUIRED;
-    props[1].colid = DB_NULLID;
-    V_VT(&props[1].vValue) = VT_BOOL;
-    V_BOOL(&props[1].vValue) = VARIANT_TRUE;
+    DBPROP props[2] = {BoolProperty(DBPROP_IRowsetChange), BoolProperty(DBPROP_BOOKMARKS)};
     DBPROPSET set{props, 2, DBPROPSET_ROWSET};
     ComPtr<IRowset> rowset;
     EXPECT_EQ(DB_E_ERRORSOCCURRED,

@@ -125,12 +125,7 @@ TEST_F(TypeMapping, ColumnNamesAndOrdinalsComeFromTheStatement) {
 
 TEST_F(TypeMapping, BookmarkColumnComesFirstWhenBookmarksAreAskedFor) {
     c.Run(L"CREATE TABLE b (a INTEGER)");
-    DBPROP prop{};
-    prop.dwPropertyID = DBPROP_BOOKMARKS;
-    prop.dwOptions = DBPROPOPTIONS_REQUIRED;
-    prop.colid = DB_NULLID;
-    V_VT(&prop.vValue) = VT_BOOL;
-    V_BOOL(&prop.vValue) = VARIANT_TRUE;
+    DBPROP prop = BoolProperty(DBPROP_BOOKMARKS);
     DBPROPSET set{&prop, 1, DBPROPSET_ROWSET};
     auto columns = ColumnsOf(c.Query(L"SELECT a FROM b", &set, 1).get());
     ASSERT_EQ(2u, columns.size());
@@ -165,12 +160,7 @@ TEST(Bookmarks, TheBookmarkColumnReadsAsTheRowsPosition) {
     auto c = Connection::Open(db.ConnectionString());
     c.Run(L"CREATE TABLE b (a TEXT(5))");
     c.Run(L"INSERT INTO b VALUES ('x'), ('y')");
-    DBPROP prop{};
-    prop.dwPropertyID = DBPROP_BOOKMARKS;
-    prop.dwOptions = DBPROPOPTIONS_REQUIRED;
-    prop.colid = DB_NULLID;
-    V_VT(&prop.vValue) = VT_BOOL;
-    V_BOOL(&prop.vValue) = VARIANT_TRUE;
+    DBPROP prop = BoolProperty(DBPROP_BOOKMARKS);
     DBPROPSET set{&prop, 1, DBPROPSET_ROWSET};
     auto rowset = c.Query(L"SELECT a FROM b ORDER BY a", &set, 1);
     DBCOUNTITEM obtained = 0;
