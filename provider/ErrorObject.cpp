@@ -28,23 +28,32 @@ std::shared_ptr<const ErrorRecordData> ErrorObject::Record(ULONG index) const {
 }
 
 STDMETHODIMP ErrorObject::GetGUID(GUID* guid) {
-    if (!guid) return E_INVALIDARG;
-    auto record = Record(0);
-    if (!record) return E_FAIL;
-    *guid = record->basic.iid;
-    return S_OK;
+    try {
+        if (!guid) return E_INVALIDARG;
+        auto record = Record(0);
+        if (!record) return E_FAIL;
+        *guid = record->basic.iid;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP ErrorObject::GetSource(BSTR* source) {
-    auto record = Record(0);
-    if (!record) return E_FAIL;
-    return CopyText(record->source, source);
+    try {
+        auto record = Record(0);
+        if (!record) return E_FAIL;
+        return CopyText(record->source, source);
+    }
+    ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP ErrorObject::GetDescription(BSTR* description) {
-    auto record = Record(0);
-    if (!record) return E_FAIL;
-    return CopyText(record->description, description);
+    try {
+        auto record = Record(0);
+        if (!record) return E_FAIL;
+        return CopyText(record->description, description);
+    }
+    ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP ErrorObject::GetHelpFile(BSTR* helpFile) {
@@ -72,11 +81,14 @@ STDMETHODIMP ErrorObject::AddErrorRecord(ERRORINFO* info, DWORD, DISPPARAMS*, IU
 }
 
 STDMETHODIMP ErrorObject::GetBasicErrorInfo(ULONG index, ERRORINFO* info) {
-    if (!info) return E_INVALIDARG;
-    auto record = Record(index);
-    if (!record) return DB_E_BADRECORDNUM;
-    *info = record->basic;
-    return S_OK;
+    try {
+        if (!info) return E_INVALIDARG;
+        auto record = Record(index);
+        if (!record) return DB_E_BADRECORDNUM;
+        *info = record->basic;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP ErrorObject::GetCustomErrorObject(ULONG index, REFIID riid, IUnknown** object) {
@@ -106,17 +118,23 @@ STDMETHODIMP ErrorObject::GetErrorInfo(ULONG index, LCID, IErrorInfo** info) {
 }
 
 STDMETHODIMP ErrorObject::GetErrorParameters(ULONG index, DISPPARAMS* params) {
-    if (!params) return E_INVALIDARG;
-    if (!Record(index)) return DB_E_BADRECORDNUM;
-    *params = DISPPARAMS{};  // descriptions are complete texts: no parameters
-    return S_OK;
+    try {
+        if (!params) return E_INVALIDARG;
+        if (!Record(index)) return DB_E_BADRECORDNUM;
+        *params = DISPPARAMS{};  // descriptions are complete texts: no parameters
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP ErrorObject::GetRecordCount(ULONG* count) {
-    if (!count) return E_INVALIDARG;
-    std::lock_guard guard(m_lock);
-    *count = static_cast<ULONG>(m_records.size());
-    return S_OK;
+    try {
+        if (!count) return E_INVALIDARG;
+        std::lock_guard guard(m_lock);
+        *count = static_cast<ULONG>(m_records.size());
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP ErrorRecordInfo::GetGUID(GUID* guid) {
