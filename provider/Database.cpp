@@ -68,4 +68,13 @@ SqliteStatement Database::Prepare(std::wstring_view sql, std::wstring_view* tail
     return statement;
 }
 
+SqliteStatement Database::TryPrepare(std::wstring_view sql) {
+    ConnectionLock lock(handle());
+    SqliteStatement statement;
+    // SQLite leaves the handle null when it refuses the statement.
+    sqlite3_prepare16_v2(handle(), sql.data(), static_cast<int>(sql.size() * sizeof(wchar_t)), statement.put(),
+                         nullptr);
+    return statement;
+}
+
 }  // namespace zel::lite

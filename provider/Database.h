@@ -37,6 +37,9 @@ public:
     // Prepares one statement from the start of `sql`; `tail` receives the unused rest.
     // Throws on a syntax error; the statement is null for text without a statement.
     SqliteStatement Prepare(std::wstring_view sql, std::wstring_view* tail = nullptr);
+    // Prepares a statement whose refusal is an answer, not an error (whether a table has a
+    // rowid, whether an optional table exists): null when SQLite refuses it. Publishes nothing.
+    SqliteStatement TryPrepare(std::wstring_view sql);
 
     // Whether a transaction is open on the connection (begun through ITransactionLocal or by a
     // BEGIN statement of the consumer's own).

@@ -76,6 +76,11 @@ HRESULT ClearErrorAndReturn(HRESULT hr) noexcept {
     return hr;
 }
 
+HRESULT FailOrReturn(HRESULT hr) {
+    if (FAILED(hr)) Fail(hr);
+    return ClearErrorAndReturn(hr);
+}
+
 void Fail(HRESULT hr, std::wstring_view description, std::wstring_view sqlState, LONG nativeError) {
     PublishError(hr, description, sqlState, nativeError);
     ThrowHr(hr);

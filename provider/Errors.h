@@ -37,6 +37,9 @@ void PublishError(HRESULT hr, std::wstring_view description, std::wstring_view s
 // Removes any error object from the calling thread, so that a warning result (DB_S_...) is not
 // read together with a stale error object.
 HRESULT ClearErrorAndReturn(HRESULT hr) noexcept;
+// The end of a method that passes on another operation's result: a failure code fails with
+// its standard description; S_OK or a warning is returned with no error object left behind.
+HRESULT FailOrReturn(HRESULT hr);
 
 // A readable description of an OLE DB or COM result code.
 std::wstring DescribeResult(HRESULT hr);

@@ -1,19 +1,12 @@
 #include "provider/RowWriter.h"
 
 #include "provider/Errors.h"
+#include "provider/SqlText.h"
+#include "provider/StatementRowSource.h"
 
 namespace zel::lite {
 
 namespace {
-
-std::wstring Quote(const std::wstring& name) {
-    std::wstring quoted = L"\"";
-    for (wchar_t c : name) {
-        if (c == L'"') quoted += L'"';
-        quoted += c;
-    }
-    return quoted + L"\"";
-}
 
 void Bind(sqlite3_stmt* s, int index, const Cell& cell) {
     switch (cell.index()) {
@@ -33,22 +26,6 @@ void Bind(sqlite3_stmt* s, int index, const Cell& cell) {
     }
 }
 
-Cell ColumnCell(sqlite3_stmt* s, int i) {
-    switch (sqlite3_column_type(s, i)) {
-    case SQLITE_INTEGER: return static_cast<std::int64_t>(sqlite3_column_int64(s, i));
-    case SQLITE_FLOAT: return sqlite3_column_double(s, i);
-    case SQLITE_TEXT: {
-        auto text = static_cast<const wchar_t*>(sqlite3_column_text16(s, i));
-        return std::wstring(text ? text : L"", static_cast<size_t>(sqlite3_column_bytes16(s, i)) / sizeof(wchar_t));
-    }
-    case SQLITE_BLOB: {
-        auto data = static_cast<const BYTE*>(sqlite3_column_blob(s, i));
-        return Bytes(data, data + sqlite3_column_bytes(s, i));
-    }
-    default: return std::monostate{};
-    }
-}
-
 // Runs a statement that returns no rows; returns the number of rows it changed.
 int Run(Database& database, const std::wstring& sql, const std::vector<const Cell*>& parameters) {
     SqliteStatement statement = database.Prepare(sql);
@@ -65,7 +42,7 @@ std::wstring RowWriter::SelectList() const {
     std::wstring list = m_target.useRowid ? L"rowid" : L"";
     for (const auto& column : m_columns) {
         if (!list.empty()) list += L", ";
-        list += Quote(column.baseColumn);
+        list += QuoteName(column.baseColumn);
     }
     return list;
 }
@@ -79,20 +56,20 @@ std::wstring RowWriter::Locator(const SourceRow& row, std::vector<const Cell*>& 
     std::wstring condition;
     for (size_t key : m_target.keyColumns) {
         if (!condition.empty()) condition += L" AND ";
-        condition += Quote(m_columns[key].baseColumn) + L" IS ?";
+        condition += QuoteName(m_columns[key].baseColumn) + L" IS ?";
         parameters.push_back(&row.cells[key]);
     }
     if (m_target.uniqueKey) return condition;
-    return L"rowid = (SELECT rowid FROM " + Quote(m_target.table) + L" WHERE " + condition + L" LIMIT 1)";
+    return L"rowid = (SELECT rowid FROM " + QuoteName(m_target.table) + L" WHERE " + condition + L" LIMIT 1)";
 }
 
 bool RowWriter::Update(const SourceRow& row, const std::vector<std::pair<size_t, Cell>>& changes) {
     if (changes.empty()) return true;
     std::vector<const Cell*> parameters;
-    std::wstring sql = L"UPDATE " + Quote(m_target.table) + L" SET ";
+    std::wstring sql = L"UPDATE " + QuoteName(m_target.table) + L" SET ";
     for (size_t i = 0; i < changes.size(); ++i) {
         if (i) sql += L", ";
-        sql += Quote(m_columns[changes[i].first].baseColumn) + L" = ?";
+        sql += QuoteName(m_columns[changes[i].first].baseColumn) + L" = ?";
         parameters.push_back(&changes[i].second);
     }
     Cell rowid;
@@ -102,14 +79,14 @@ bool RowWriter::Update(const SourceRow& row, const std::vector<std::pair<size_t,
 
 SourceRow RowWriter::Insert(const std::vector<std::pair<size_t, Cell>>& values) {
     std::vector<const Cell*> parameters;
-    std::wstring sql = L"INSERT INTO " + Quote(m_target.table);
+    std::wstring sql = L"INSERT INTO " + QuoteName(m_target.table);
     if (values.empty()) {
         sql += L" DEFAULT VALUES";
     } else {
         std::wstring names, marks;
         for (const auto& [index, cell] : values) {
             if (!names.empty()) names += L", ", marks += L", ";
-            names += Quote(m_columns[index].baseColumn);
+            names += QuoteName(m_columns[index].baseColumn);
             marks += L"?";
             parameters.push_back(&cell);
         }
@@ -122,12 +99,12 @@ SourceRow RowWriter::Insert(const std::vector<std::pair<size_t, Cell>>& values) 
     for (const auto& [index, cell] : values) inserted.cells[index] = cell;
     inserted.rowid = sqlite3_last_insert_rowid(m_database.handle());
     // Read the row back by its rowid, so that defaults and generated keys show.
-    SqliteStatement statement;
-    std::wstring select = L"SELECT " + SelectList() + L" FROM " + Quote(m_target.table) + L" WHERE rowid = ?";
+    std::wstring select = L"SELECT " + SelectList() + L" FROM " + QuoteName(m_target.table) + L" WHERE rowid = ?";
     if (!m_target.useRowid)
-        select = L"SELECT rowid, " + SelectList() + L" FROM " + Quote(m_target.table) + L" WHERE rowid = ?";
+        select = L"SELECT rowid, " + SelectList() + L" FROM " + QuoteName(m_target.table) + L" WHERE rowid = ?";
+    SqliteStatement statement = m_database.TryPrepare(select);
     ConnectionLock lock(m_database.handle());
-    if (sqlite3_prepare16_v2(m_database.handle(), select.c_str(), -1, statement.put(), nullptr) == SQLITE_OK) {
+    if (statement) {
         sqlite3_bind_int64(statement.get(), 1, *inserted.rowid);
         if (sqlite3_step(statement.get()) == SQLITE_ROW)
             for (size_t i = 0; i < m_columns.size(); ++i)
@@ -140,14 +117,14 @@ SourceRow RowWriter::Insert(const std::vector<std::pair<size_t, Cell>>& values) 
 bool RowWriter::Delete(const SourceRow& row) {
     std::vector<const Cell*> parameters;
     Cell rowid;
-    std::wstring sql = L"DELETE FROM " + Quote(m_target.table) + L" WHERE " + Locator(row, parameters, rowid);
+    std::wstring sql = L"DELETE FROM " + QuoteName(m_target.table) + L" WHERE " + Locator(row, parameters, rowid);
     return Run(m_database, sql, parameters) > 0;
 }
 
 std::optional<SourceRow> RowWriter::Reload(const SourceRow& row) {
     std::vector<const Cell*> parameters;
     Cell rowid;
-    std::wstring select = L"SELECT " + SelectList() + L" FROM " + Quote(m_target.table) + L" WHERE " +
+    std::wstring select = L"SELECT " + SelectList() + L" FROM " + QuoteName(m_target.table) + L" WHERE " +
                           Locator(row, parameters, rowid);
     SqliteStatement statement = m_database.Prepare(select);
     ConnectionLock lock(m_database.handle());

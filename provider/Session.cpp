@@ -6,6 +6,7 @@
 #include "provider/Errors.h"
 #include "provider/Rowset.h"
 #include "provider/RowsetProperties.h"
+#include "provider/SqlText.h"
 #include "provider/StatementRowSource.h"
 #include "provider/Utf.h"
 
@@ -18,15 +19,6 @@ const PropertyDefinition kSessionProperties[] = {
      DBPROPFLAGS_SESSION | DBPROPFLAGS_READ | DBPROPFLAGS_WRITE, L"Autocommit Isolation Levels"},
 };
 const GUID* const kSessionSets[] = {&DBPROPSET_SESSION};
-
-std::wstring Quote(const std::wstring& name) {
-    std::wstring quoted = L"\"";
-    for (wchar_t c : name) {
-        if (c == L'"') quoted += L'"';
-        quoted += c;
-    }
-    return quoted + L"\"";
-}
 
 }  // namespace
 
@@ -95,13 +87,12 @@ STDMETHODIMP Session::OpenRowset(IUnknown* outer, DBID* tableId, DBID* indexId, 
         bool hiddenRowid = false;
         std::wstring sql;
         if (kind == L"table") {
-            sql = L"SELECT rowid, * FROM " + Quote(table);
-            ConnectionLock lock(m_database->handle());
-            hiddenRowid = sqlite3_prepare16_v2(m_database->handle(), sql.c_str(), -1, statement.put(), nullptr) ==
-                          SQLITE_OK;
+            sql = L"SELECT rowid, * FROM " + QuoteName(table);
+            statement = m_database->TryPrepare(sql);
+            hiddenRowid = static_cast<bool>(statement);
         }
         if (!hiddenRowid) {
-            sql = L"SELECT * FROM " + Quote(table);
+            sql = L"SELECT * FROM " + QuoteName(table);
             statement = m_database->Prepare(sql);
         }
         auto source = std::make_unique<StatementRowSource>(m_database, std::move(statement), hiddenRowid, sql);
@@ -129,9 +120,7 @@ STDMETHODIMP Session::CreateCommand(IUnknown* outer, REFIID riid, IUnknown** com
 STDMETHODIMP Session::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
     try {
         std::lock_guard guard(m_lock);
-        HRESULT hr = m_properties.GetProperties(idSetCount, idSets, setCount, sets, kSessionSets);
-        if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(hr);
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, kSessionSets));
     }
     ZEL_CATCH_RETURN()
 }
@@ -139,9 +128,7 @@ STDMETHODIMP Session::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[]
 STDMETHODIMP Session::SetProperties(ULONG setCount, DBPROPSET sets[]) {
     try {
         std::lock_guard guard(m_lock);
-        HRESULT hr = m_properties.SetProperties(setCount, sets, kSessionSets, nullptr);
-        if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(hr);
+        return FailOrReturn(m_properties.SetProperties(setCount, sets, kSessionSets, nullptr));
     }
     ZEL_CATCH_RETURN()
 }

@@ -7,24 +7,24 @@
 
 namespace zel::lite {
 
-// A name as a quoted SQL identifier: "na""me".
-inline std::wstring QuoteName(std::wstring_view name) {
-    std::wstring quoted = L"\"";
-    for (wchar_t c : name) {
-        if (c == L'"') quoted += L'"';
+namespace detail {
+
+// Text between two `quote` characters, each quote inside it doubled.
+inline std::wstring Enclose(std::wstring_view text, wchar_t quote) {
+    std::wstring quoted(1, quote);
+    for (wchar_t c : text) {
+        if (c == quote) quoted += quote;
         quoted += c;
     }
-    return quoted + L"\"";
+    return quoted + quote;
 }
 
+}  // namespace detail
+
+// A name as a quoted SQL identifier: "na""me".
+inline std::wstring QuoteName(std::wstring_view name) { return detail::Enclose(name, L'"'); }
+
 // Text as an SQL string literal: 'it''s'.
-inline std::wstring QuoteText(std::wstring_view text) {
-    std::wstring quoted = L"'";
-    for (wchar_t c : text) {
-        if (c == L'\'') quoted += L'\'';
-        quoted += c;
-    }
-    return quoted + L"'";
-}
+inline std::wstring QuoteText(std::wstring_view text) { return detail::Enclose(text, L'\''); }
 
 }  // namespace zel::lite

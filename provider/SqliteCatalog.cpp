@@ -2,21 +2,14 @@
 
 #include "provider/Errors.h"
 #include "provider/MetadataTable.h"
+#include "provider/Query.h"
+#include "provider/SqlText.h"
 #include "provider/StatementRowSource.h"
 #include "provider/Utf.h"
 
 namespace zel::lite {
 
 namespace {
-
-std::wstring QuoteName(const std::wstring& name) {
-    std::wstring quoted = L"\"";
-    for (wchar_t c : name) {
-        if (c == L'"') quoted += L'"';
-        quoted += c;
-    }
-    return quoted + L"\"";
-}
 
 std::optional<std::wstring> TextAt(sqlite3_stmt* statement, int column) {
     if (sqlite3_column_type(statement, column) == SQLITE_NULL) return std::nullopt;
@@ -37,13 +30,6 @@ void ForEachRow(Database& database, sqlite3_stmt* statement, std::wstring_view s
     }
 }
 
-// A query over one name, such as a table-valued pragma.
-SqliteStatement PrepareWithName(Database& database, std::wstring_view sql, const std::wstring& name) {
-    SqliteStatement statement = database.Prepare(sql);
-    sqlite3_bind_text16(statement.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT);
-    return statement;
-}
-
 }  // namespace
 
 SqliteCatalog::SqliteCatalog(std::shared_ptr<Database> database) : m_database(std::move(database)) {}
@@ -51,18 +37,17 @@ SqliteCatalog::SqliteCatalog(std::shared_ptr<Database> database) : m_database(st
 std::vector<CatalogTable> SqliteCatalog::Tables() {
     // sqlite_master describes the schema and is not listed in itself.
     std::vector<CatalogTable> tables{{L"sqlite_master", TableKind::System}};
-    const std::wstring sql = L"SELECT type, name FROM sqlite_master WHERE type IN ('table', 'view')";
-    SqliteStatement statement = m_database->Prepare(sql);
-    ForEachRow(*m_database, statement.get(), sql, [&](sqlite3_stmt* s) {
-        std::wstring name = TextAt(s, 1).value_or(L"");
-        if (name.empty() || EqualsNoCase(name, kMetadataTable)) return;
+    Query list(*m_database, L"SELECT type, name FROM sqlite_master WHERE type IN ('table', 'view')");
+    while (list.Step()) {
+        std::wstring name = list.Text(1);
+        if (name.empty() || EqualsNoCase(name, kMetadataTable)) continue;
         TableKind kind = TableKind::Table;
-        if (TextAt(s, 0).value_or(L"") == L"view")
+        if (list.Text(0) == L"view")
             kind = TableKind::View;
         else if (name.size() >= 7 && EqualsNoCase(std::wstring_view(name).substr(0, 7), L"sqlite_"))
             kind = TableKind::System;  // the prefix is reserved to SQLite's own tables
         tables.push_back({std::move(name), kind});
-    });
+    }
     return tables;
 }
 
@@ -70,22 +55,20 @@ std::vector<CatalogColumn> SqliteCatalog::Columns(const CatalogTable& table) {
     // The columns are those of the rowset IOpenRowset gives on the table: the same statement,
     // typed, flagged and found writable by the same code. Tables are read with their rowid
     // where they have one.
-    sqlite3* db = m_database->handle();
     SqliteStatement statement;
     bool hiddenRowid = false;
     std::wstring sql;
-    {
-        ConnectionLock lock(db);
-        if (table.kind != TableKind::View) {
-            sql = L"SELECT rowid, * FROM " + QuoteName(table.name);
-            hiddenRowid = sqlite3_prepare16_v2(db, sql.c_str(), -1, statement.put(), nullptr) == SQLITE_OK;
-        }
-        if (!hiddenRowid) {
-            sql = L"SELECT * FROM " + QuoteName(table.name);
-            // A view over a dropped table, or a virtual table whose module this build lacks,
-            // does not compile: it has no columns to describe.
-            if (sqlite3_prepare16_v2(db, sql.c_str(), -1, statement.put(), nullptr) != SQLITE_OK) return {};
-        }
+    if (table.kind != TableKind::View) {
+        sql = L"SELECT rowid, * FROM " + QuoteName(table.name);
+        statement = m_database->TryPrepare(sql);
+        hiddenRowid = static_cast<bool>(statement);
+    }
+    if (!hiddenRowid) {
+        sql = L"SELECT * FROM " + QuoteName(table.name);
+        statement = m_database->TryPrepare(sql);
+        // A view over a dropped table, or a virtual table whose module this build lacks, does
+        // not compile: it has no columns to describe.
+        if (!statement) return {};
     }
     StatementRowSource source(m_database, std::move(statement), hiddenRowid, sql);
 
@@ -95,11 +78,9 @@ std::vector<CatalogColumn> SqliteCatalog::Columns(const CatalogTable& table) {
     };
     std::vector<Declared> declared;
     {
-        const std::wstring pragma = L"SELECT name, dflt_value FROM pragma_table_xinfo(?1)";
-        SqliteStatement info = PrepareWithName(*m_database, pragma, table.name);
-        ForEachRow(*m_database, info.get(), pragma, [&](sqlite3_stmt* s) {
-            declared.push_back({TextAt(s, 0).value_or(L""), TextAt(s, 1)});
-        });
+        Query info(*m_database, L"SELECT name, dflt_value FROM pragma_table_xinfo(?1)");
+        info.Bind(1, table.name);
+        while (info.Step()) declared.push_back({info.Text(0), info.OptionalText(1)});
     }
 
     const bool readOnly = m_database->options().readOnly;
@@ -136,12 +117,9 @@ std::vector<CatalogIndex> SqliteCatalog::Indexes(const CatalogTable& table) {
     };
     std::vector<Listed> listed;
     {
-        const std::wstring pragma = L"SELECT name, \"unique\", origin FROM pragma_index_list(?1)";
-        SqliteStatement list = PrepareWithName(*m_database, pragma, table.name);
-        ForEachRow(*m_database, list.get(), pragma, [&](sqlite3_stmt* s) {
-            listed.push_back({TextAt(s, 0).value_or(L""), sqlite3_column_int(s, 1) != 0,
-                              TextAt(s, 2).value_or(L"") == L"pk"});
-        });
+        Query list(*m_database, L"SELECT name, \"unique\", origin FROM pragma_index_list(?1)");
+        list.Bind(1, table.name);
+        while (list.Step()) listed.push_back({list.Text(0), list.Integer(1) != 0, list.Text(2) == L"pk"});
     }
 
     bool declaredKey = false;
@@ -152,14 +130,14 @@ std::vector<CatalogIndex> SqliteCatalog::Indexes(const CatalogTable& table) {
         index.primaryKey = entry.primaryKey;
         declaredKey = declaredKey || entry.primaryKey;
         bool rowidEntry = false;
-        const std::wstring pragma = L"SELECT \"desc\", name, key, cid FROM pragma_index_xinfo(?1) ORDER BY seqno";
-        SqliteStatement info = PrepareWithName(*m_database, pragma, entry.name);
-        ForEachRow(*m_database, info.get(), pragma, [&](sqlite3_stmt* s) {
-            if (sqlite3_column_int(s, 2) != 0)
-                index.columns.push_back({TextAt(s, 1), sqlite3_column_int(s, 0) != 0});
-            else if (sqlite3_column_int(s, 3) == -1)
+        Query info(*m_database, L"SELECT \"desc\", name, key, cid FROM pragma_index_xinfo(?1) ORDER BY seqno");
+        info.Bind(1, entry.name);
+        while (info.Step()) {
+            if (info.Integer(2) != 0)
+                index.columns.push_back({info.OptionalText(1), info.Integer(0) != 0});
+            else if (info.Integer(3) == -1)
                 rowidEntry = true;
-        });
+        }
         // Entries of a rowid table's index end with the rowid; those of a WITHOUT ROWID
         // table's primary key hold the whole row instead.
         index.clustered = index.primaryKey && !rowidEntry;
@@ -169,9 +147,9 @@ std::vector<CatalogIndex> SqliteCatalog::Indexes(const CatalogTable& table) {
     if (!declaredKey) {
         // A primary key without an index of its own is an INTEGER PRIMARY KEY: the rowid.
         std::optional<std::wstring> keyColumn;
-        const std::wstring pragma = L"SELECT name FROM pragma_table_xinfo(?1) WHERE pk > 0";
-        SqliteStatement info = PrepareWithName(*m_database, pragma, table.name);
-        ForEachRow(*m_database, info.get(), pragma, [&](sqlite3_stmt* s) { keyColumn = TextAt(s, 0); });
+        Query info(*m_database, L"SELECT name FROM pragma_table_xinfo(?1) WHERE pk > 0");
+        info.Bind(1, table.name);
+        while (info.Step()) keyColumn = info.OptionalText(0);
         if (keyColumn) {
             CatalogIndex key;
             key.name = kRowidKeyName;
@@ -190,12 +168,10 @@ const std::vector<SqliteCatalog::Description>& SqliteCatalog::Descriptions() {
     m_descriptions.emplace();
     // The metadata table is made when a table definition first needs it; without it no column
     // has a description.
-    sqlite3* db = m_database->handle();
-    ConnectionLock lock(db);
-    SqliteStatement statement;
     const std::wstring sql = std::wstring(L"SELECT table_name, column_name, description FROM ") + kMetadataTable +
                              L" WHERE description IS NOT NULL";
-    if (sqlite3_prepare16_v2(db, sql.c_str(), -1, statement.put(), nullptr) != SQLITE_OK) return *m_descriptions;
+    SqliteStatement statement = m_database->TryPrepare(sql);
+    if (!statement) return *m_descriptions;
     ForEachRow(*m_database, statement.get(), sql, [&](sqlite3_stmt* s) {
         m_descriptions->push_back({TextAt(s, 0).value_or(L""), TextAt(s, 1).value_or(L""), TextAt(s, 2).value_or(L"")});
     });

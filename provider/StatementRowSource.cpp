@@ -1,6 +1,7 @@
 #include "provider/StatementRowSource.h"
 
 #include "provider/Errors.h"
+#include "provider/SqlText.h"
 #include "provider/Utf.h"
 
 namespace zel::lite {
@@ -24,22 +25,26 @@ bool IsRowidAlias(sqlite3* db, const char* schema, const char* table, const char
     return sqlite3_step(raw) == SQLITE_ROW && sqlite3_column_int(raw, 0) != 0;
 }
 
-}  // namespace
-
-namespace {
-
 std::wstring Text16(const void* text) { return text ? static_cast<const wchar_t*>(text) : L""; }
 
-std::wstring QuoteIdentifier(const std::wstring& name) {
-    std::wstring quoted = L"\"";
-    for (wchar_t c : name) {
-        if (c == L'"') quoted += L'"';
-        quoted += c;
-    }
-    return quoted + L"\"";
-}
-
 }  // namespace
+
+Cell ColumnCell(sqlite3_stmt* statement, int column) {
+    switch (sqlite3_column_type(statement, column)) {
+    case SQLITE_INTEGER: return static_cast<std::int64_t>(sqlite3_column_int64(statement, column));
+    case SQLITE_FLOAT: return sqlite3_column_double(statement, column);
+    case SQLITE_TEXT: {
+        auto text = static_cast<const wchar_t*>(sqlite3_column_text16(statement, column));
+        int bytes = sqlite3_column_bytes16(statement, column);
+        return std::wstring(text ? text : L"", static_cast<size_t>(bytes) / sizeof(wchar_t));
+    }
+    case SQLITE_BLOB: {
+        auto data = static_cast<const BYTE*>(sqlite3_column_blob(statement, column));
+        return Bytes(data, data + sqlite3_column_bytes(statement, column));
+    }
+    default: return std::monostate{};
+    }
+}
 
 StatementRowSource::StatementRowSource(std::shared_ptr<Database> database, SqliteStatement statement,
                                        bool hiddenRowid, std::wstring text)
@@ -82,25 +87,7 @@ bool StatementRowSource::Step(SourceRow& row) {
     row.cells.reserve(static_cast<size_t>(count - first));
     row.rowid.reset();
     if (m_hiddenRowid && sqlite3_column_type(s, 0) == SQLITE_INTEGER) row.rowid = sqlite3_column_int64(s, 0);
-    for (int i = first; i < count; ++i) {
-        switch (sqlite3_column_type(s, i)) {
-        case SQLITE_INTEGER: row.cells.emplace_back(static_cast<std::int64_t>(sqlite3_column_int64(s, i))); break;
-        case SQLITE_FLOAT: row.cells.emplace_back(sqlite3_column_double(s, i)); break;
-        case SQLITE_TEXT: {
-            auto text = static_cast<const wchar_t*>(sqlite3_column_text16(s, i));
-            int bytes = sqlite3_column_bytes16(s, i);
-            row.cells.emplace_back(std::wstring(text ? text : L"", static_cast<size_t>(bytes) / sizeof(wchar_t)));
-            break;
-        }
-        case SQLITE_BLOB: {
-            auto data = static_cast<const BYTE*>(sqlite3_column_blob(s, i));
-            int bytes = sqlite3_column_bytes(s, i);
-            row.cells.emplace_back(Bytes(data, data + bytes));
-            break;
-        }
-        default: row.cells.emplace_back(std::monostate{}); break;
-        }
-    }
+    for (int i = first; i < count; ++i) row.cells.push_back(ColumnCell(s, i));
     return true;
 }
 
@@ -155,20 +142,12 @@ void StatementRowSource::FindUpdateTarget() {
     target.table = m_columns[0].baseTable;
     // The primary key identifies a row when all its columns are in the rowset.
     std::vector<std::wstring> keyNames;
-    bool hasRowid = true;
-    {
-        SqliteStatement info;
-        std::wstring pragma = L"PRAGMA table_info(" + QuoteIdentifier(target.table) + L")";
-        sqlite3* db = m_database->handle();
-        if (sqlite3_prepare16_v2(db, pragma.c_str(), -1, info.put(), nullptr) == SQLITE_OK) {
-            while (sqlite3_step(info.get()) == SQLITE_ROW)
-                if (sqlite3_column_int(info.get(), 5) > 0)
-                    keyNames.push_back(Text16(sqlite3_column_text16(info.get(), 1)));
-        }
-        SqliteStatement probe;
-        std::wstring rowidProbe = L"SELECT rowid FROM " + QuoteIdentifier(target.table) + L" LIMIT 0";
-        hasRowid = sqlite3_prepare16_v2(db, rowidProbe.c_str(), -1, probe.put(), nullptr) == SQLITE_OK;
+    if (SqliteStatement info = m_database->TryPrepare(L"PRAGMA table_info(" + QuoteName(target.table) + L")")) {
+        while (sqlite3_step(info.get()) == SQLITE_ROW)
+            if (sqlite3_column_int(info.get(), 5) > 0) keyNames.push_back(Text16(sqlite3_column_text16(info.get(), 1)));
     }
+    const bool hasRowid =
+        static_cast<bool>(m_database->TryPrepare(L"SELECT rowid FROM " + QuoteName(target.table) + L" LIMIT 0"));
     std::vector<size_t> keyColumns;
     for (const auto& key : keyNames) {
         for (size_t i = 0; i < m_columns.size(); ++i)

@@ -11,6 +11,9 @@
 
 namespace zel::lite {
 
+// The value in column `column` of the row `statement` is on, in the storage class SQLite gives it.
+Cell ColumnCell(sqlite3_stmt* statement, int column);
+
 class StatementRowSource final : public RowSource {
 public:
     // `hiddenRowid`: the statement's first result column is the base table's rowid, which

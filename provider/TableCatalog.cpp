@@ -125,11 +125,7 @@ std::optional<size_t> RowidColumn(Database& database, std::wstring_view table,
     }
     if (!key || !EqualsNoCase(Trim(columns[*key].declaredType), L"INTEGER")) return std::nullopt;
     // A table WITHOUT ROWID has no rowid to alias.
-    SqliteStatement probe;
-    std::wstring sql = L"SELECT rowid FROM " + QuoteName(table) + L" LIMIT 0";
-    ConnectionLock lock(database.handle());
-    if (sqlite3_prepare16_v2(database.handle(), sql.c_str(), -1, probe.put(), nullptr) != SQLITE_OK)
-        return std::nullopt;
+    if (!database.TryPrepare(L"SELECT rowid FROM " + QuoteName(table) + L" LIMIT 0")) return std::nullopt;
     return key;
 }
 
