@@ -161,9 +161,7 @@ STDMETHODIMP Command::SetCommandText(REFGUID dialect, LPCOLESTR text) {
 STDMETHODIMP Command::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
     try {
         std::lock_guard guard(m_lock);
-        HRESULT hr = m_properties.GetProperties(idSetCount, idSets, setCount, sets, RowsetPropertySets());
-        if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(hr);
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, RowsetPropertySets()));
     }
     ZEL_CATCH_RETURN()
 }
@@ -195,9 +193,12 @@ STDMETHODIMP Command::Prepare(ULONG) {
 }
 
 STDMETHODIMP Command::Unprepare() {
-    std::lock_guard guard(m_lock);
-    m_prepared = false;
-    return S_OK;
+    try {
+        std::lock_guard guard(m_lock);
+        m_prepared = false;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
 }
 
 ComPtr<IColumnsInfo> Command::DescribePrepared() {
@@ -239,13 +240,7 @@ STDMETHODIMP Command::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL 
 
 STDMETHODIMP Command::CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) {
     try {
-        constexpr DBCONVERTFLAGS known = static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_PARAMETER) |
-                                         static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_ISLONG) |
-                                         static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_ISFIXEDLENGTH) |
-                                         static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_FROMVARIANT);
-        if (flags & ~known) Fail(DB_E_BADCONVERTFLAG);
-        if ((flags & DBCONVERTFLAGS_ISLONG) && from != DBTYPE_STR && from != DBTYPE_WSTR && from != DBTYPE_BYTES)
-            Fail(DB_E_BADCONVERTFLAG);
+        if (!ValidConvertFlags(from, flags, true)) Fail(DB_E_BADCONVERTFLAG);
         return zel::lite::CanConvert(from, to) ? S_OK : S_FALSE;
     }
     ZEL_CATCH_RETURN()

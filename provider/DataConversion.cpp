@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "common/ComError.h"
@@ -203,6 +204,21 @@ Bytes ValueAsBytes(const Scalar& v, const ColumnType& column) {
     return Bytes(p, p + text.size() * sizeof(wchar_t));
 }
 
+// The text form of a value, read where it lies when the value is text already (a cell of the
+// row); other values are formatted into `storage`. Saves a copy of every text field read.
+std::wstring_view TextView(const Scalar& v, const ColumnType& column, std::wstring& storage) {
+    if (v.kind == ScalarKind::Text) return v.text;
+    storage = ValueAsText(v, column);
+    return storage;
+}
+
+// Likewise for the bytes of BYTES bindings: a binary value is read where it lies.
+std::span<const BYTE> BytesView(const Scalar& v, const ColumnType& column, Bytes& storage) {
+    if (v.kind == ScalarKind::Binary) return {v.bytes, v.byteCount};
+    storage = ValueAsBytes(v, column);
+    return storage;
+}
+
 // Copies variable-length data in place: at most maxLength bytes including `terminator` bytes
 // of zeros; returns the status (S_TRUNCATED when the data did not fit).
 DBSTATUS CopyInPlace(const void* data, size_t bytes, size_t terminator, size_t unit, DBLENGTH maxLength, void* out) {
@@ -329,7 +345,8 @@ bool MakeVariant(const Scalar& v, const ColumnType& column, VARTYPE vt, VARIANT*
         break;
     }
     default: {
-        std::wstring text = ValueAsText(v, column);
+        std::wstring storage;
+        const std::wstring_view text = TextView(v, column, storage);
         BSTR b = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
         if (!b) throw std::bad_alloc();
         V_BSTR(&r) = b;
@@ -365,6 +382,16 @@ std::wstring ValueAsText(const Scalar& v, const ColumnType& column) {
     case ScalarKind::Binary: return HexText(v.bytes, v.byteCount);
     }
     return {};
+}
+
+bool ValidConvertFlags(DBTYPE from, DBCONVERTFLAGS flags, bool takesParameters) noexcept {
+    constexpr DBCONVERTFLAGS known = static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_PARAMETER) |
+                                     static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_ISLONG) |
+                                     static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_ISFIXEDLENGTH) |
+                                     static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_FROMVARIANT);
+    if (flags & ~known) return false;
+    if ((flags & DBCONVERTFLAGS_PARAMETER) && !takesParameters) return false;
+    return !(flags & DBCONVERTFLAGS_ISLONG) || from == DBTYPE_STR || from == DBTYPE_WSTR || from == DBTYPE_BYTES;
 }
 
 bool CanConvert(DBTYPE from, DBTYPE to) noexcept {
@@ -479,7 +506,8 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
     }
     case DBTYPE_GUID: { GUID g{}; Outcome o = ToGuid(v, &g); return Fixed(o, g, out); }
     case DBTYPE_WSTR: {
-        std::wstring text = ValueAsText(v, column);
+        std::wstring storage;
+        const std::wstring_view text = TextView(v, column, storage);
         size_t bytes = text.size() * sizeof(wchar_t);
         if (byRef) {
             CopyByReference(text.data(), bytes, sizeof(wchar_t), out);
@@ -488,7 +516,8 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
         return {CopyInPlace(text.data(), bytes, sizeof(wchar_t), sizeof(wchar_t), target.maxLength, out), bytes};
     }
     case DBTYPE_STR: {
-        std::wstring text = ValueAsText(v, column);
+        std::wstring storage;
+        const std::wstring_view text = TextView(v, column, storage);
         std::string ansi;
         if (!text.empty()) {
             int size = WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
@@ -503,7 +532,8 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
     }
     case DBTYPE_BSTR: {
         if (out) {
-            std::wstring text = ValueAsText(v, column);
+            std::wstring storage;
+            const std::wstring_view text = TextView(v, column, storage);
             BSTR b = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
             if (!b) throw std::bad_alloc();
             *static_cast<BSTR*>(out) = b;
@@ -514,7 +544,8 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
         if (v.kind != ScalarKind::Binary && v.kind != ScalarKind::Guid && v.kind != ScalarKind::Text &&
             column.type != DBTYPE_BYTES)
             return {DBSTATUS_E_CANTCONVERTVALUE, 0};
-        Bytes bytes = ValueAsBytes(v, column);
+        Bytes storage;
+        const std::span<const BYTE> bytes = BytesView(v, column, storage);
         if (byRef) {
             CopyByReference(bytes.data(), bytes.size(), 0, out);
             return {DBSTATUS_S_OK, bytes.size()};

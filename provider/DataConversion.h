@@ -16,6 +16,11 @@ namespace zel::lite {
 // DBTYPE_BYREF for STR, WSTR and BYTES. Used for accessor validation and IConvertType.
 bool CanConvert(DBTYPE from, DBTYPE to) noexcept;
 
+// Whether IConvertType::CanConvert accepts `flags` for a conversion from `from`: only the known
+// flags, DBCONVERTFLAGS_PARAMETER only where the object takes parameters (a command), and
+// DBCONVERTFLAGS_ISLONG only from STR, WSTR and BYTES.
+bool ValidConvertFlags(DBTYPE from, DBCONVERTFLAGS flags, bool takesParameters) noexcept;
+
 struct BindingTarget {
     DBTYPE type = DBTYPE_WSTR;      // may include DBTYPE_BYREF
     DBLENGTH maxLength = 0;         // for STR, WSTR and BYTES bound in place

@@ -147,9 +147,7 @@ STDMETHODIMP DataSource::GetProperties(ULONG idSetCount, const DBPROPIDSET idSet
     try {
         std::lock_guard guard(m_lock);
         auto visible = m_database ? InitializedDataSourceSets() : UninitializedDataSourceSets();
-        HRESULT hr = m_properties.GetProperties(idSetCount, idSets, setCount, sets, visible);
-        if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(hr);
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, visible));
     }
     ZEL_CATCH_RETURN()
 }
@@ -159,9 +157,8 @@ STDMETHODIMP DataSource::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET idS
     try {
         std::lock_guard guard(m_lock);
         auto visible = m_database ? InitializedDataSourceSets() : UninitializedDataSourceSets();
-        HRESULT hr = m_properties.GetPropertyInfo(idSetCount, idSets, infoSetCount, infoSets, descriptions, visible);
-        if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(hr);
+        return FailOrReturn(
+            m_properties.GetPropertyInfo(idSetCount, idSets, infoSetCount, infoSets, descriptions, visible));
     }
     ZEL_CATCH_RETURN()
 }
@@ -169,9 +166,7 @@ STDMETHODIMP DataSource::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET idS
 STDMETHODIMP DataSource::SetProperties(ULONG setCount, DBPROPSET sets[]) {
     try {
         std::lock_guard guard(m_lock);
-        HRESULT hr = ApplyProperties(setCount, sets);
-        if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(hr);
+        return FailOrReturn(ApplyProperties(setCount, sets));
     }
     ZEL_CATCH_RETURN()
 }

@@ -168,10 +168,8 @@ STDMETHODIMP DataSource::GetCreationProperties(ULONG idSetCount, const DBPROPIDS
                                                DBPROPINFOSET** infoSets, OLECHAR** descriptions) {
     try {
         std::lock_guard guard(m_lock);
-        HRESULT hr = m_properties.GetPropertyInfo(idSetCount, idSets, infoSetCount, infoSets, descriptions,
-                                                  UninitializedDataSourceSets());
-        if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(hr);
+        return FailOrReturn(m_properties.GetPropertyInfo(idSetCount, idSets, infoSetCount, infoSets, descriptions,
+                                                         UninitializedDataSourceSets()));
     }
     ZEL_CATCH_RETURN()
 }

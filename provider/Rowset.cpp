@@ -38,6 +38,14 @@ const wchar_t* NameOf(const DBID& id) {
     }
 }
 
+// The result of a method over several items (row handles, column ids): S_OK when all were
+// done, DB_S_ERRORSOCCURRED when some were, and a failure when none was.
+HRESULT ItemsResult(size_t errors, size_t count, const wchar_t* noneDone) {
+    if (errors == 0) return S_OK;
+    if (errors == count) Fail(DB_E_ERRORSOCCURRED, noneDone);
+    return ClearErrorAndReturn(DB_S_ERRORSOCCURRED);
+}
+
 }  // namespace
 
 Rowset::Rowset(std::shared_ptr<Database> database, std::unique_ptr<RowSource> source, PropertyStore properties,
@@ -110,9 +118,7 @@ STDMETHODIMP Rowset::AddRefRows(DBCOUNTITEM count, const HROW rows[], DBREFCOUNT
             if (refCounts) refCounts[i] = refs;
             if (statuses) statuses[i] = status;
         }
-        if (errors == 0) return S_OK;
-        if (errors == count) Fail(DB_E_ERRORSOCCURRED, L"None of the row handles is valid.");
-        return ClearErrorAndReturn(DB_S_ERRORSOCCURRED);
+        return ItemsResult(errors, count, L"None of the row handles is valid.");
     }
     ZEL_CATCH_RETURN()
 }
@@ -215,9 +221,7 @@ STDMETHODIMP Rowset::ReleaseRows(DBCOUNTITEM count, const HROW rows[], DBROWOPTI
             if (refCounts) refCounts[i] = refs;
             if (statuses) statuses[i] = status;
         }
-        if (errors == 0) return S_OK;
-        if (errors == count) Fail(DB_E_ERRORSOCCURRED, L"None of the row handles is valid.");
-        return ClearErrorAndReturn(DB_S_ERRORSOCCURRED);
+        return ItemsResult(errors, count, L"None of the row handles is valid.");
     }
     ZEL_CATCH_RETURN()
 }
@@ -337,9 +341,7 @@ STDMETHODIMP Rowset::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL o
             }
             if (ordinals[i] == DB_INVALIDCOLUMN) ++errors;
         }
-        if (errors == 0) return S_OK;
-        if (errors == count) Fail(DB_E_ERRORSOCCURRED, L"None of the column ids names a column of the rowset.");
-        return ClearErrorAndReturn(DB_S_ERRORSOCCURRED);
+        return ItemsResult(errors, count, L"None of the column ids names a column of the rowset.");
     }
     ZEL_CATCH_RETURN()
 }
@@ -347,9 +349,7 @@ STDMETHODIMP Rowset::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL o
 STDMETHODIMP Rowset::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
     try {
         std::lock_guard guard(m_lock);
-        HRESULT hr = m_properties.GetProperties(idSetCount, idSets, setCount, sets, RowsetPropertySets());
-        if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(hr);
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, RowsetPropertySets()));
     }
     ZEL_CATCH_RETURN()
 }
@@ -377,13 +377,7 @@ STDMETHODIMP Rowset::GetSpecification(REFIID riid, IUnknown** creator) {
 
 STDMETHODIMP Rowset::CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) {
     try {
-        constexpr DBCONVERTFLAGS known = static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_PARAMETER) |
-                                         static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_ISLONG) |
-                                         static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_ISFIXEDLENGTH) |
-                                         static_cast<DBCONVERTFLAGS>(DBCONVERTFLAGS_FROMVARIANT);
-        if ((flags & ~known) || (flags & DBCONVERTFLAGS_PARAMETER)) Fail(DB_E_BADCONVERTFLAG);
-        if ((flags & DBCONVERTFLAGS_ISLONG) && from != DBTYPE_STR && from != DBTYPE_WSTR && from != DBTYPE_BYTES)
-            Fail(DB_E_BADCONVERTFLAG);
+        if (!ValidConvertFlags(from, flags, false)) Fail(DB_E_BADCONVERTFLAG);
         return zel::lite::CanConvert(from, to) ? S_OK : S_FALSE;
     }
     ZEL_CATCH_RETURN()
