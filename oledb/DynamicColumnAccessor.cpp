@@ -112,6 +112,7 @@ HRESULT DynamicColumnAccessor::Bind(IRowset* rowset) {
             size = valueBytes = FixedSizeOf(column.wType);
         }
 
+        m_layout[i].declared = column.wType;
         DBBINDING& b = bindings[i];
         b.iOrdinal = column.iOrdinal;
         b.dwPart = DBPART_VALUE | DBPART_LENGTH | DBPART_STATUS;

@@ -42,6 +42,8 @@ public:
     // Entries of the column information, the bookmark column included.
     DBORDINAL ColumnCount() const noexcept { return m_count; }
     const DBCOLUMNINFO& Column(DBORDINAL index) const noexcept { return m_info.get()[index]; }
+    // The type the provider reported for the column, before a long column was re-typed.
+    DBTYPE DeclaredType(DBORDINAL index) const noexcept { return m_layout[index].declared; }
     bool HasBookmark() const noexcept;
 
     BYTE* Value(DBORDINAL index) noexcept { return m_buffer.data() + m_layout[index].value; }
@@ -56,6 +58,7 @@ private:
         DBBYTEOFFSET length;
         DBBYTEOFFSET status;
         DBLENGTH size;
+        DBTYPE declared;
     };
 
     DBORDINAL m_count = 0;

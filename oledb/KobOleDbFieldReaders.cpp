@@ -12,6 +12,7 @@
 #include <cwctype>
 
 #include "common/ComError.h"
+#include "common/Variant.h"
 #include "oledb/FieldText.h"
 #include "oledb/KobOleDbCommand.h"
 
@@ -181,8 +182,8 @@ bool KobOleDbCommand::FieldAsVariant(ULONG position, VARIANT* variant) {
     }
     if (!IsConvertible(status)) return false;
     const BYTE* v = m_accessor.Value(index);
-    VARIANT value;
-    VariantInit(&value);
+    Variant owner;
+    VARIANT& value = *owner.get();
     switch (m_accessor.Column(index).wType) {
         case DBTYPE_I2: V_VT(&value) = VT_I2; V_I2(&value) = Read<SHORT>(v); break;
         case DBTYPE_I4:
@@ -227,7 +228,7 @@ bool KobOleDbCommand::FieldAsVariant(ULONG position, VARIANT* variant) {
         default: return false;
     }
     VariantClear(variant);
-    *variant = value;  // ownership of the new value moves into the caller's VARIANT
+    owner.detach(variant);  // ownership of the new value moves into the caller's VARIANT
     return true;
 }
 
@@ -287,7 +288,10 @@ ULONG KobOleDbCommand::GetColumnIndex(const std::wstring& name) {
     if (name.empty() || !m_isOpen) return 0;
     const ULONG count = GetColumnCount();
     for (ULONG position = 1; position <= count; ++position) {
-        if (_wcsicmp(GetColumnName(position).c_str(), name.c_str()) == 0) return position;
+        // The provider's name in place: no copy of every column's name per look-up.
+        const long index = ColumnIndex(position);
+        const wchar_t* column = index < 0 ? nullptr : m_accessor.Column(index).pwszName;
+        if (_wcsicmp(column ? column : L"", name.c_str()) == 0) return position;
     }
     return 0;
 }
@@ -320,15 +324,7 @@ ULONG KobOleDbCommand::GetBlobData(ULONG position, std::vector<BYTE>& buffer) {
     switch (m_accessor.Column(index).wType) {
         case DBTYPE_IUNKNOWN: {
             // The declared type decides whether the storage object is read at all.
-            ComPtr<IColumnsInfo> info = m_rowset.try_as<IColumnsInfo>();
-            if (!info) return 0;
-            DBORDINAL count = 0;
-            CoTaskMem<DBCOLUMNINFO> columns;
-            CoTaskMem<OLECHAR> names;
-            if (FAILED(info->GetColumnInfo(&count, columns.put(), names.put())) ||
-                static_cast<DBORDINAL>(index) >= count)
-                return 0;
-            DBTYPE declared = columns[index].wType;
+            const DBTYPE declared = m_accessor.DeclaredType(index);
             if (declared != DBTYPE_BYTES && declared != DBTYPE_STR && declared != DBTYPE_WSTR) return 0;
             return ReadStorage(Read<IUnknown*>(v), buffer);
         }
