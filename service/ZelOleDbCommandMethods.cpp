@@ -59,8 +59,8 @@ STDMETHODIMP ZelOleDbImpl::CmdExecute(ULONG client, SHORT* result, BSTR* xml, BS
             // The document is built on every successful execution; it leaves the command
             // after its last row.
             KobOleDbXML writer;
-            std::wstring document;
-            if (writer.BuildQueryDataXml(command, document) && xml) *xml = Bstr(std::wstring_view(document)).release();
+            Bstr document;
+            if (writer.BuildQueryDataXml(command, document) && xml) *xml = document.release();
         }
         // Failure of the statement is told by *result and the texts, never by the HRESULT.
         return S_OK;

@@ -32,10 +32,13 @@ ComPtr<IXMLDOMElement> StartDocument(IXMLDOMDocument* document, const wchar_t* d
 }
 
 ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* parent, const wchar_t* name) {
+    return AppendElement(document, parent, Bstr(name));
+}
+
+ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* parent, const Bstr& name) {
     if (!document || !parent) ThrowHr(E_POINTER);
-    Bstr tag(name);
     ComPtr<IXMLDOMElement> element;
-    ZEL_THROW_IF_FAILED(document->createElement(tag.get(), element.put()));
+    ZEL_THROW_IF_FAILED(document->createElement(name.get(), element.put()));
     if (!element) ThrowHr(E_POINTER);
     ComPtr<IXMLDOMNode> appended;
     ZEL_THROW_IF_FAILED(parent->appendChild(element.get(), appended.put()));
@@ -43,9 +46,12 @@ ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* par
 }
 
 void SetAttribute(IXMLDOMElement* element, const wchar_t* name, const VARIANT& value) {
+    SetAttribute(element, Bstr(name), value);
+}
+
+void SetAttribute(IXMLDOMElement* element, const Bstr& name, const VARIANT& value) {
     if (!element) ThrowHr(E_POINTER);
-    Bstr attribute(name);
-    ZEL_THROW_IF_FAILED(element->setAttribute(attribute.get(), value));
+    ZEL_THROW_IF_FAILED(element->setAttribute(name.get(), value));
 }
 
 void SetAttributeText(IXMLDOMElement* element, const wchar_t* name, const wchar_t* value) {

@@ -26,11 +26,14 @@ HRESULT TryCreateDomDocument(ComPtr<IXMLDOMDocument2>& document) noexcept;
 // afford. Throws ComError (E_FAIL when the text does not parse).
 ComPtr<IXMLDOMElement> StartDocument(IXMLDOMDocument* document, const wchar_t* declaration, const wchar_t* root);
 
-// Creates element `name` in `document` and appends it to `parent`. Throws ComError.
+// Creates element `name` in `document` and appends it to `parent`. Throws ComError. The
+// overloads taking a Bstr let a writer make the names it uses on every row once.
 ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* parent, const wchar_t* name);
+ComPtr<IXMLDOMElement> AppendElement(IXMLDOMDocument* document, IXMLDOMNode* parent, const Bstr& name);
 
 // Sets attribute `name` to `value`; the DOM converts the VARIANT to text. Throws ComError.
 void SetAttribute(IXMLDOMElement* element, const wchar_t* name, const VARIANT& value);
+void SetAttribute(IXMLDOMElement* element, const Bstr& name, const VARIANT& value);
 // Sets attribute `name` to a text value (VT_BSTR; null counts as empty). Throws ComError.
 void SetAttributeText(IXMLDOMElement* element, const wchar_t* name, const wchar_t* value);
 

@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "common/Bstr.h"
 #include "common/ComPtr.h"
 #include "common/OleDbIids.h"
 
@@ -26,6 +27,9 @@ public:
     // open rowset, no row at all, or no MSXML document): `xml` is untouched. A failing DOM
     // call throws ComError with its HRESULT.
     bool BuildQueryDataXml(KobOleDbCommand* command, std::wstring& xml);
+    // The same, with the document text as the DOM gave it (no copy of the whole document on
+    // the way to a BSTR out-parameter).
+    bool BuildQueryDataXml(KobOleDbCommand* command, Bstr& xml);
 
 private:
     bool AddMetadata(KobOleDbCommand& command, IXMLDOMElement* metadata);

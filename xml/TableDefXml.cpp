@@ -124,8 +124,7 @@ bool TableDefXml::BeginTableDef(const wchar_t* tableName) {
 
 bool TableDefXml::AddColumnDef(const DBCOLUMNDESC& column) {
     if (!m_document || !m_root) return false;
-    ComPtr<IXMLDOMNode> rootNode = m_root.as<IXMLDOMNode>();
-    ComPtr<IXMLDOMElement> element = AppendElement(m_document.get(), rootNode.get(), kColumnDef);
+    ComPtr<IXMLDOMElement> element = AppendElement(m_document.get(), m_root.get(), kColumnDef);
 
     if (column.dbcid.eKind == DBKIND_NAME && column.dbcid.uName.pwszName)
         SetAttributeText(element.get(), kName, column.dbcid.uName.pwszName);
