@@ -2,6 +2,8 @@
 
 #include <oaidl.h>
 
+#include "oledb/ServerRowsetProperties.h"
+
 namespace zel {
 
 KobOleDbCommand::~KobOleDbCommand() {
@@ -40,34 +42,6 @@ void KobOleDbCommand::Close() {
 }
 
 HRESULT KobOleDbCommand::ExecuteSteps() {
-    // Every command asks for a scrollable, updatable rowset with storage objects for long
-    // values; a provider that cannot scroll backwards or update fails the execution.
-    DBPROP props[5] = {};
-    const struct {
-        DBPROPID id;
-        DBPROPOPTIONS options;
-        bool isUpdatability;
-    } wanted[5] = {
-        {DBPROP_IRowsetChange, DBPROPOPTIONS_OPTIONAL, false},
-        {DBPROP_UPDATABILITY, DBPROPOPTIONS_REQUIRED, true},
-        {DBPROP_CANSCROLLBACKWARDS, DBPROPOPTIONS_REQUIRED, false},
-        {DBPROP_ISequentialStream, DBPROPOPTIONS_OPTIONAL, false},
-        {DBPROP_IStream, DBPROPOPTIONS_OPTIONAL, false},
-    };
-    for (int i = 0; i < 5; ++i) {
-        props[i].dwPropertyID = wanted[i].id;
-        props[i].dwOptions = wanted[i].options;
-        props[i].colid = DB_NULLID;
-        if (wanted[i].isUpdatability) {
-            V_VT(&props[i].vValue) = VT_I4;
-            V_I4(&props[i].vValue) = DBPROPVAL_UP_CHANGE | DBPROPVAL_UP_DELETE | DBPROPVAL_UP_INSERT;
-        } else {
-            V_VT(&props[i].vValue) = VT_BOOL;
-            V_BOOL(&props[i].vValue) = VARIANT_TRUE;
-        }
-    }
-    DBPROPSET set = {props, 5, DBPROPSET_ROWSET};
-
     m_command.reset();
     ComPtr<IDBCreateCommand> createCommand;
     HRESULT hr = m_connection->GetSession().query(createCommand);
@@ -81,9 +55,9 @@ HRESULT KobOleDbCommand::ExecuteSteps() {
     if (hr == S_OK) hr = text->SetCommandText(DBGUID_DEFAULT, m_commandText.c_str());
     if (hr != S_OK) return hr;
 
-    ComPtr<ICommandProperties> properties;
-    hr = m_command.query(properties);
-    if (hr == S_OK) hr = properties->SetProperties(1, &set);
+    // Every command asks for a scrollable, updatable rowset with storage objects for long
+    // values; a provider that cannot scroll backwards or update fails the execution.
+    hr = SetServerRowsetProperties(m_command.get());
     if (hr != S_OK) return hr;
 
     DBROWCOUNT affected = 0;
