@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "common/Variant.h"
 #include "oledb/ProviderColumnDescs.h"
 
 namespace zel {
@@ -69,9 +70,8 @@ bool KobOleDbColumns::Open(KobOleDbConnection* connection, const wchar_t* catalo
 
 HRESULT KobOleDbColumns::ReadIdentityData(KobOleDbConnection* connection, const wchar_t* table) {
     if (!Usable(connection)) return E_FAIL;
-    HRESULT hr = S_OK;
     ProviderColumnDescs descriptions;
-    hr = connection->GetTableDefinition(table, descriptions, false);
+    HRESULT hr = connection->GetTableDefinition(table, descriptions, false);
     if (FAILED(hr)) return hr;
     for (DBORDINAL i = 0; descriptions.get() && i < descriptions.count(); ++i) {
         const DBCOLUMNDESC& d = descriptions[i];
@@ -85,10 +85,9 @@ HRESULT KobOleDbColumns::ReadIdentityData(KobOleDbConnection* connection, const 
                 // Seed and increment both land in the seed: the later of the two wins, and
                 // the increment stays 1.
                 if (prop.dwPropertyID == DBPROP_COL_SEED || prop.dwPropertyID == DBPROP_COL_INCREMENT) {
-                    VARIANT number;
-                    VariantInit(&number);
-                    if (SUCCEEDED(VariantChangeType(&number, const_cast<VARIANT*>(&prop.vValue), 0, VT_I4)))
-                        identity.seed = V_I4(&number);
+                    Variant number;
+                    if (SUCCEEDED(VariantChangeType(number.get(), const_cast<VARIANT*>(&prop.vValue), 0, VT_I4)))
+                        identity.seed = V_I4(number.get());
                 }
             }
         }
