@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "host/TextStreams.h"
+#include "tests/support/ProcessStart.h"
 
 namespace zel::zeldb::test {
 
@@ -80,19 +81,7 @@ ProcessResult RunProgram(const std::wstring& program, const std::vector<std::wst
     si.hStdOutput = out.write;
     si.hStdError = err.write;
     PROCESS_INFORMATION pi{};
-    // Wine now and then fails to start a process before any of its code runs (the new process
-    // cannot map its shared user data page, and CreateProcess reports ERROR_INTERNAL_ERROR,
-    // about once in 800 starts here); such a start is tried again.
-    DWORD startError = ERROR_SUCCESS;
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        if (CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
-                           nullptr, &si, &pi)) {
-            startError = ERROR_SUCCESS;
-            break;
-        }
-        startError = GetLastError();
-        if (startError != ERROR_INTERNAL_ERROR) break;
-    }
+    const DWORD startError = zel::test::StartProcess(program.c_str(), commandLine, true, CREATE_NO_WINDOW, si, pi);
     if (startError != ERROR_SUCCESS) {
         ADD_FAILURE() << "cannot start the program, error " << startError;
         return result;

@@ -7,6 +7,7 @@
 #include <cwchar>
 
 #include "ZelPmDb32.h"
+#include "tests/support/ProcessStart.h"
 
 namespace zel::test {
 namespace {
@@ -140,7 +141,7 @@ ChildProcess::ChildProcess(const std::wstring& commandLine) {
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION info{};
-    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info)) return;
+    if (StartProcess(nullptr, line, false, 0, startup, info) != ERROR_SUCCESS) return;
     CloseHandle(info.hThread);
     m_process = info.hProcess;
     m_id = info.dwProcessId;

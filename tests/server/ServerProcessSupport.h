@@ -81,8 +81,6 @@ public:
     RegistrationRestorer& operator=(const RegistrationRestorer&) = delete;
     ~RegistrationRestorer();
 
-    const std::wstring& FoundPath() const { return m_found; }
-
 private:
     std::wstring m_found;
 };
