@@ -3,27 +3,15 @@
 ' table enumeration row by row, and a table definition document. Prints one line per check,
 ' "ok: CatalogPath" at the end, and exits with 1 on any failure.
 Option Explicit
+' The build puts ScriptChecks.vbs (Check, NewDatabaseFile, Finish) here, before this script's
+' own statements.
 On Error Resume Next
 
-Dim failures : failures = 0
-Dim checks : checks = 0
 ' Every check below must run: a call that fails under On Error Resume Next skips its line.
 Const kExpectedChecks = 10
 
-Sub Check(passed, what)
-    checks = checks + 1
-    If passed Then
-        WScript.Echo "pass: " & what
-    Else
-        WScript.Echo "FAIL: " & what
-        failures = failures + 1
-    End If
-End Sub
-
-Dim fso, path
-Set fso = CreateObject("Scripting.FileSystemObject")
-path = fso.GetSpecialFolder(2) & "\" & fso.GetTempName()
-fso.CreateTextFile(path).Close
+Dim path
+path = NewDatabaseFile()
 
 Dim db, errText, errStmt
 Set db = CreateObject("ZelPmDb32.ZelOleDbImpl.1")
@@ -61,13 +49,4 @@ fso.DeleteFile path
 Err.Clear
 Check Not fso.FileExists(path), "the server let go of the database file"
 
-If checks <> kExpectedChecks Then
-    WScript.Echo "FAIL: " & checks & " of " & kExpectedChecks & " checks ran"
-    failures = failures + 1
-End If
-If failures > 0 Then
-    WScript.Echo failures & " check(s) failed"
-    WScript.Quit 1
-End If
-WScript.Echo "ok: CatalogPath"
-WScript.Quit 0
+Finish "CatalogPath", kExpectedChecks

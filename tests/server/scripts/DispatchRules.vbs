@@ -3,22 +3,12 @@
 ' codes of the server's dispatcher as the script engine reports them. Prints one line per
 ' check, "ok: DispatchRules" at the end, and exits with 1 on any failure.
 Option Explicit
+' The build puts ScriptChecks.vbs (Check, NewDatabaseFile, Finish) here, before this script's
+' own statements.
 On Error Resume Next
 
-Dim failures : failures = 0
-Dim checks : checks = 0
 ' Every check below must run: a call that fails under On Error Resume Next skips its line.
 Const kExpectedChecks = 20
-
-Sub Check(passed, what)
-    checks = checks + 1
-    If passed Then
-        WScript.Echo "pass: " & what
-    Else
-        WScript.Echo "FAIL: " & what
-        failures = failures + 1
-    End If
-End Sub
 
 Dim db, helper
 Set db = CreateObject("ZelPmDb32.ZelOleDbImpl.1")
@@ -103,13 +93,4 @@ Check Err.Number = 450, "three arguments to the helper: wrong number of argument
 
 Set db = Nothing
 Set helper = Nothing
-If checks <> kExpectedChecks Then
-    WScript.Echo "FAIL: " & checks & " of " & kExpectedChecks & " checks ran"
-    failures = failures + 1
-End If
-If failures > 0 Then
-    WScript.Echo failures & " check(s) failed"
-    WScript.Quit 1
-End If
-WScript.Echo "ok: DispatchRules"
-WScript.Quit 0
+Finish "DispatchRules", kExpectedChecks

@@ -3,27 +3,15 @@
 ' and a blob (a SAFEARRAY of bytes), and the error out-parameters of a failing statement.
 ' Prints one line per check, "ok: QueryPath" at the end, and exits with 1 on any failure.
 Option Explicit
+' The build puts ScriptChecks.vbs (Check, NewDatabaseFile, Finish) here, before this script's
+' own statements.
 On Error Resume Next
 
-Dim failures : failures = 0
-Dim checks : checks = 0
 ' Every check below must run: a call that fails under On Error Resume Next skips its line.
 Const kExpectedChecks = 26
 
-Sub Check(passed, what)
-    checks = checks + 1
-    If passed Then
-        WScript.Echo "pass: " & what
-    Else
-        WScript.Echo "FAIL: " & what
-        failures = failures + 1
-    End If
-End Sub
-
-Dim fso, path
-Set fso = CreateObject("Scripting.FileSystemObject")
-path = fso.GetSpecialFolder(2) & "\" & fso.GetTempName()
-fso.CreateTextFile(path).Close
+Dim path
+path = NewDatabaseFile()
 Check Err.Number = 0 And fso.FileExists(path), "an empty file for the database: " & path
 
 Dim db
@@ -105,13 +93,4 @@ WScript.Sleep 200
 fso.DeleteFile path
 Err.Clear
 
-If checks <> kExpectedChecks Then
-    WScript.Echo "FAIL: " & checks & " of " & kExpectedChecks & " checks ran"
-    failures = failures + 1
-End If
-If failures > 0 Then
-    WScript.Echo failures & " check(s) failed"
-    WScript.Quit 1
-End If
-WScript.Echo "ok: QueryPath"
-WScript.Quit 0
+Finish "QueryPath", kExpectedChecks
