@@ -234,11 +234,6 @@ void DbSession::Open(const std::wstring& initString) {
     m_open = true;
 }
 
-void DbSession::Close() {
-    if (m_open) m_service->ConClose();
-    m_open = false;
-}
-
 std::wstring DbSession::DataSourceName() {
     Bstr source;
     if (FAILED(m_service->ConGetDatasource(source.put()))) return {};

@@ -100,7 +100,6 @@ public:
     IZelOleDb* service() const noexcept { return m_service.get(); }
 
     void Open(const std::wstring& initString);
-    void Close();
     // The data source's name as the provider reports it (the database file); empty if none.
     std::wstring DataSourceName();
 

@@ -4,19 +4,12 @@
 
 #include "host/Commands.h"
 #include "host/DbSession.h"
+#include "host/TextStreams.h"
 #include "host/ZelDbError.h"
 
 namespace zel::zeldb {
 
 namespace {
-
-std::wstring Trim(const std::wstring& text) {
-    size_t begin = 0;
-    size_t end = text.size();
-    while (begin < end && std::iswspace(text[begin])) ++begin;
-    while (end > begin && std::iswspace(text[end - 1])) --end;
-    return text.substr(begin, end - begin);
-}
 
 std::vector<std::wstring> Words(const std::wstring& text) {
     std::vector<std::wstring> words;

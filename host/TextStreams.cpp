@@ -1,6 +1,7 @@
 #include "host/TextStreams.h"
 
 #include <algorithm>
+#include <cwctype>
 
 namespace zel::zeldb {
 
@@ -31,6 +32,14 @@ std::wstring FromUtf8(std::string_view bytes) {
     std::wstring text(static_cast<size_t>(size), L'\0');
     MultiByteToWideChar(CP_UTF8, 0, bytes.data(), static_cast<int>(bytes.size()), text.data(), size);
     return text;
+}
+
+std::wstring Trim(const std::wstring& text) {
+    size_t begin = 0;
+    size_t end = text.size();
+    while (begin < end && std::iswspace(text[begin])) ++begin;
+    while (end > begin && std::iswspace(text[end - 1])) --end;
+    return text.substr(begin, end - begin);
 }
 
 StdHandleSink::StdHandleSink(DWORD stdHandleId) : m_handle(GetStdHandle(stdHandleId)) {

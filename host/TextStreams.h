@@ -101,4 +101,7 @@ private:
 std::string ToUtf8(std::wstring_view text);
 std::wstring FromUtf8(std::string_view bytes);
 
+// `text` without the white space at either end.
+std::wstring Trim(const std::wstring& text);
+
 }  // namespace zel::zeldb

@@ -2,7 +2,6 @@
 // compact), tables, columns, indexes, table definitions, drop, and the shell's dot commands.
 #include <gtest/gtest.h>
 
-#include <cwctype>
 #include <regex>
 
 #include "host/TextStreams.h"
@@ -12,14 +11,6 @@ namespace zel::zeldb::test {
 namespace {
 
 using Row = std::vector<std::wstring>;
-
-std::wstring Trim(const std::wstring& text) {
-    size_t begin = 0;
-    size_t end = text.size();
-    while (begin < end && std::iswspace(text[begin])) ++begin;
-    while (end > begin && std::iswspace(text[end - 1])) --end;
-    return text.substr(begin, end - begin);
-}
 
 // The body rows of zeldb's aligned table, cells trimmed; checks the heading, the rule and
 // the footer's count on the way.
