@@ -39,17 +39,6 @@ bool WriteText(const std::wstring& path, const std::string& text) {
     return ok && written == text.size();
 }
 
-std::string ReadText(const std::wstring& path) {
-    std::string text;
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return text;
-    char buffer[65536];
-    DWORD read = 0;
-    while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) text.append(buffer, read);
-    CloseHandle(file);
-    return text;
-}
-
 std::string Shorten(const std::wstring& text) {
     return Utf8(text.size() > 80 ? text.substr(0, 80) + L"..." : text);
 }

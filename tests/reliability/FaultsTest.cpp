@@ -46,13 +46,6 @@ std::wstring InsertRows(int first, int last) {
 
 bool FileExists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
-std::wstring HostPath() {
-    wchar_t path[MAX_PATH];
-    const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring self(path, length);
-    return self.substr(0, self.find_last_of(L"\\/") + 1) + L"ZelReliabilityHost.exe";
-}
-
 // Wine 8.0 keeps handing out the class object of a local server that was killed: every
 // activation fails with RPC_S_SERVER_UNAVAILABLE until the prefix's rpcss.exe, which holds the
 // registration, ends (it does after a minute without any COM traffic). The tests end it

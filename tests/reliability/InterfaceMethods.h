@@ -60,8 +60,6 @@ public:
     HRESULT Invoke(IUnknown* object);
     // Whether the out-parameter `index` holds something other than its marker value.
     bool Written(size_t index) const;
-    // The in/out handle after the call.
-    ULONG HandleOut() const { return m_handle; }
 
 private:
     struct Slot {

@@ -28,6 +28,24 @@ std::wstring FromUtf8(std::string_view text) {
     return out;
 }
 
+std::string ReadText(const std::wstring& path) {
+    std::string text;
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return text;
+    char buffer[65536];
+    DWORD read = 0;
+    while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) text.append(buffer, read);
+    CloseHandle(file);
+    return text;
+}
+
+std::wstring HostPath() {
+    wchar_t path[MAX_PATH];
+    const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring self(path, length);
+    return self.substr(0, self.find_last_of(L"\\/") + 1) + L"ZelReliabilityHost.exe";
+}
+
 std::wstring ProviderConnection(const std::wstring& path, const std::wstring& extra) {
     return L"Provider=ZelLite.OLEDB.1;Data Source=" + path + extra;
 }

@@ -19,6 +19,11 @@ namespace zel::test {
 std::string Utf8(std::wstring_view text);
 std::wstring FromUtf8(std::string_view text);
 
+// The whole content of a file as bytes; empty when it cannot be read.
+std::string ReadText(const std::wstring& path);
+// ZelReliabilityHost.exe, the host program built next to the running test program.
+std::wstring HostPath();
+
 // "Provider=ZelLite.OLEDB.1;Data Source=<path>" followed by `extra`.
 std::wstring ProviderConnection(const std::wstring& path, const std::wstring& extra = L"");
 
