@@ -5,9 +5,13 @@
 
 #include <windows.h>
 
+#include <exception>
 #include <map>
+#include <new>
 #include <string>
 #include <vector>
+
+#include "common/ComError.h"
 
 namespace zel::bench {
 
@@ -77,6 +81,11 @@ struct Measurement {
     std::string note;
 };
 
+// Repeat into `m.samples`; an exception ends the repetition and marks `m` failed with its
+// reason, `outOfMemory` for std::bad_alloc.
+template <typename Body>
+void RepeatInto(Measurement& m, int warmups, int runs, const char* outOfMemory, Body&& body);
+
 // Appends the measurement to the raw file as one CSV line (UTF-8).
 bool AppendMeasurement(const std::wstring& path, const Measurement& measurement);
 
@@ -117,5 +126,21 @@ std::string Narrow(const std::wstring& text);  // UTF-8
 std::wstring Widen(const std::string& text);   // from UTF-8
 // "0x80004005" for an HRESULT.
 std::string HresultText(HRESULT hr);
+
+template <typename Body>
+void RepeatInto(Measurement& m, int warmups, int runs, const char* outOfMemory, Body&& body) {
+    try {
+        m.samples = Repeat(warmups, runs, body);
+    } catch (const ComError& e) {
+        m.status = "failed";
+        m.note = "failed with " + HresultText(e.code());
+    } catch (const std::bad_alloc&) {
+        m.status = "failed";
+        m.note = outOfMemory;
+    } catch (const std::exception& e) {
+        m.status = "failed";
+        m.note = e.what();
+    }
+}
 
 }  // namespace zel::bench

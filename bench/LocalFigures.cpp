@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <exception>
-#include <new>
 #include <vector>
 
 #include "bench/BenchData.h"
@@ -22,6 +20,7 @@
 #include "oledb/DynamicColumnAccessor.h"
 #include "oledb/KobOleDbCommand.h"
 #include "oledb/KobOleDbConnection.h"
+#include "oledb/ServerRowsetProperties.h"
 #include "service/ZelOleDbImpl.h"
 #include "xml/KobOleDbXML.h"
 
@@ -42,18 +41,7 @@ Measurement Start(const char* figure, const char* title, const LocalPlan& plan) 
 template <typename Body>
 void Run(Measurement& m, const LocalPlan& plan, Body&& body) {
     m.memoryBefore = ReadOwnMemoryCounters().peakWorkingSet;  // after the set-up
-    try {
-        m.samples = Repeat(plan.warmups, plan.runs, body);
-    } catch (const ComError& e) {
-        m.status = "failed";
-        m.note = "failed with " + HresultText(e.code());
-    } catch (const std::bad_alloc&) {
-        m.status = "failed";
-        m.note = "out of memory";
-    } catch (const std::exception& e) {
-        m.status = "failed";
-        m.note = e.what();
-    }
+    RepeatInto(m, plan.warmups, plan.runs, "out of memory", body);
     m.memoryPeak = ReadOwnMemoryCounters().peakWorkingSet;
 }
 
@@ -62,30 +50,19 @@ void Fail(Measurement& m, const std::string& why) {
     m.note = why;
 }
 
-// The rowset properties the server's command asks for: scrollable and updatable, with
-// storage objects for long values.
-HRESULT SetServerRowsetProperties(ICommand* command) {
-    DBPROP props[5] = {};
-    const DBPROPID ids[5] = {DBPROP_IRowsetChange, DBPROP_UPDATABILITY, DBPROP_CANSCROLLBACKWARDS,
-                             DBPROP_ISequentialStream, DBPROP_IStream};
-    const DBPROPOPTIONS options[5] = {DBPROPOPTIONS_OPTIONAL, DBPROPOPTIONS_REQUIRED, DBPROPOPTIONS_REQUIRED,
-                                      DBPROPOPTIONS_OPTIONAL, DBPROPOPTIONS_OPTIONAL};
-    for (int i = 0; i < 5; ++i) {
-        props[i].dwPropertyID = ids[i];
-        props[i].dwOptions = options[i];
-        props[i].colid = DB_NULLID;
-        if (ids[i] == DBPROP_UPDATABILITY) {
-            V_VT(&props[i].vValue) = VT_I4;
-            V_I4(&props[i].vValue) = DBPROPVAL_UP_CHANGE | DBPROPVAL_UP_DELETE | DBPROPVAL_UP_INSERT;
-        } else {
-            V_VT(&props[i].vValue) = VT_BOOL;
-            V_BOOL(&props[i].vValue) = VARIANT_TRUE;
-        }
-    }
-    DBPROPSET set = {props, 5, DBPROPSET_ROWSET};
-    ComPtr<ICommandProperties> properties;
-    HRESULT hr = ComPtr<ICommand>(command).query(properties);
-    return FAILED(hr) ? hr : properties->SetProperties(1, &set);
+// Opens the plan's database through the server's connection class; the reason when that
+// failed, else empty.
+std::string OpenConnection(KobOleDbConnection& connection, const LocalPlan& plan) {
+    HRESULT hr = connection.Open(Bstr(plan.connectionString).get(), false);
+    if (hr == S_OK) return {};
+    return "KobOleDbConnection::Open " + HresultText(hr) + ": " + Narrow(connection.GetErrorText());
+}
+
+// Executes the row query on `connection`; throws when it does not run.
+void ExecuteRowQuery(KobOleDbCommand& command, KobOleDbConnection& connection) {
+    command.SetConnection(&connection);
+    command.SetCommandText(kRowQuery);
+    if (command.Execute() != kTriTrue) ThrowHr(E_FAIL);
 }
 
 // The provider's data source, initialized, and a session on it asking for `iid`.
@@ -207,18 +184,15 @@ Measurement MeasureOleDb(const LocalPlan& plan) {
 Measurement MeasureCommand(const LocalPlan& plan) {
     Measurement m = Start("3", "KobOleDbCommand: Execute, FetchNext, FieldAsString of every column", plan);
     KobOleDbConnection connection;
-    HRESULT hr = connection.Open(Bstr(plan.connectionString).get(), false);
-    if (hr != S_OK) {
-        Fail(m, "KobOleDbConnection::Open " + HresultText(hr) + ": " + Narrow(connection.GetErrorText()));
+    if (const std::string error = OpenConnection(connection, plan); !error.empty()) {
+        Fail(m, error);
         return m;
     }
     Run(m, plan, [&] {
         RunSample s;
         Stopwatch clock;
         KobOleDbCommand command;
-        command.SetConnection(&connection);
-        command.SetCommandText(kRowQuery);
-        if (command.Execute() != kTriTrue) ThrowHr(E_FAIL);
+        ExecuteRowQuery(command, connection);
         const ULONG columns = command.GetColumnCount();
         s.setupSeconds = clock.Seconds();
         s.calls = 1;
@@ -235,8 +209,7 @@ Measurement MeasureCommand(const LocalPlan& plan) {
 
 std::string FieldCostBreakdown(const LocalPlan& plan) {
     KobOleDbConnection connection;
-    HRESULT hr = connection.Open(Bstr(plan.connectionString).get(), false);
-    if (hr != S_OK) return "KobOleDbConnection::Open " + HresultText(hr) + ": " + Narrow(connection.GetErrorText());
+    if (const std::string error = OpenConnection(connection, plan); !error.empty()) return error;
     // One pass of figure 3 with a clock around every call: slot 0 totals FetchNext, slot c
     // FieldAsString(c). The clock costs well under a microsecond a reading.
     std::vector<std::wstring> names(kRowColumns + 1);
@@ -246,9 +219,7 @@ std::string FieldCostBreakdown(const LocalPlan& plan) {
     unsigned long long rows = 0;
     auto pass = [&] {
         KobOleDbCommand command;
-        command.SetConnection(&connection);
-        command.SetCommandText(kRowQuery);
-        if (command.Execute() != kTriTrue) ThrowHr(E_FAIL);
+        ExecuteRowQuery(command, connection);
         std::vector<double> spent(kRowColumns + 1);
         std::vector<double> length(kRowColumns + 1);
         LARGE_INTEGER before, after;
@@ -314,18 +285,15 @@ std::string FieldCostBreakdown(const LocalPlan& plan) {
 Measurement MeasureDocument(const LocalPlan& plan) {
     Measurement m = Start("4", "KobOleDbXML::BuildQueryDataXml after KobOleDbCommand::Execute", plan);
     KobOleDbConnection connection;
-    HRESULT hr = connection.Open(Bstr(plan.connectionString).get(), false);
-    if (hr != S_OK) {
-        Fail(m, "KobOleDbConnection::Open " + HresultText(hr) + ": " + Narrow(connection.GetErrorText()));
+    if (const std::string error = OpenConnection(connection, plan); !error.empty()) {
+        Fail(m, error);
         return m;
     }
     Run(m, plan, [&] {
         RunSample s;
         Stopwatch clock;
         KobOleDbCommand command;
-        command.SetConnection(&connection);
-        command.SetCommandText(kRowQuery);
-        if (command.Execute() != kTriTrue) ThrowHr(E_FAIL);
+        ExecuteRowQuery(command, connection);
         s.setupSeconds = clock.Seconds();
         std::wstring xml;
         {

@@ -4,8 +4,6 @@
 #include <oleauto.h>
 
 #include <algorithm>
-#include <exception>
-#include <new>
 
 #include "ZelPmDb32.h"
 #include "bench/BenchData.h"
@@ -90,18 +88,7 @@ Measurement Start(const char* figure, const char* title, unsigned long long n) {
 template <typename Body>
 void Run(Measurement& m, const RemotePlan& plan, const RemoteService& server, Body&& body) {
     m.memoryBefore = server.PeakWorkingSet();
-    try {
-        m.samples = Repeat(plan.warmups, plan.runs, body);
-    } catch (const ComError& e) {
-        m.status = "failed";
-        m.note = "failed with " + HresultText(e.code());
-    } catch (const std::bad_alloc&) {
-        m.status = "failed";
-        m.note = "out of memory in the client";
-    } catch (const std::exception& e) {
-        m.status = "failed";
-        m.note = e.what();
-    }
+    RepeatInto(m, plan.warmups, plan.runs, "out of memory in the client", body);
     m.memoryPeak = server.PeakWorkingSet();
     if (!server.HasOwnProcess())
         m.note += std::string(m.note.empty() ? "" : "; ") + "no server process of its own: memory not read";
@@ -120,6 +107,15 @@ std::string OpenConnection(IZelOleDb* service, const std::wstring& connectionStr
                                                           errorText.put(), errorStmt.put());
     if (FAILED(hr)) return "ConOpenFromInitializationString " + HresultText(hr) + ": " + Narrow(errorText.str());
     return {};
+}
+
+// Marks `m` not measurable when the probe call `call` outside the measurement failed.
+bool NotMeasurable(Measurement& m, const char* call, HRESULT hr, const Bstr& errorText) {
+    if (SUCCEEDED(hr)) return false;
+    m.status = "not-measurable";
+    m.note = std::string(call) + " returned " + HresultText(hr) +
+             (errorText.empty() ? "" : ": " + Narrow(errorText.str()));
+    return true;
 }
 
 unsigned long long ArrayLength(const VARIANT& value) {
@@ -224,11 +220,7 @@ Measurement MeasureTableList(const RemotePlan& plan) {
     HRESULT hr = service->TblOpen(&probe, nullptr, nullptr, nullptr, Bstr(L"TABLE").get(), errorText.put(),
                                   errorStmt.put());
     service->TblDestroy(probe);
-    if (FAILED(hr)) {
-        m.status = "not-measurable";
-        m.note = "TblOpen returned " + HresultText(hr) + (errorText.empty() ? "" : ": " + Narrow(errorText.str()));
-        return m;
-    }
+    if (NotMeasurable(m, "TblOpen", hr, errorText)) return m;
     Run(m, plan, server, [&] {
         RunSample s;
         Stopwatch clock;
@@ -261,11 +253,7 @@ Measurement MeasureColumnWalk(const RemotePlan& plan, const std::wstring& table)
     HRESULT hr = service->ColOpen(&probe, nullptr, nullptr, Bstr(table).get(), nullptr, VARIANT_FALSE, errorText.put(),
                                   errorStmt.put());
     service->ColDestroy(probe);
-    if (FAILED(hr)) {
-        m.status = "not-measurable";
-        m.note = "ColOpen returned " + HresultText(hr) + (errorText.empty() ? "" : ": " + Narrow(errorText.str()));
-        return m;
-    }
+    if (NotMeasurable(m, "ColOpen", hr, errorText)) return m;
     Run(m, plan, server, [&] {
         RunSample s;
         Stopwatch clock;
@@ -279,10 +267,9 @@ Measurement MeasureColumnWalk(const RemotePlan& plan, const std::wstring& table)
             ZEL_THROW_IF_FAILED(service->ColFetchNext(handle, &more));
             ++s.calls;
             if (more != VARIANT_TRUE) break;
-            BSTR name = nullptr;
-            ZEL_THROW_IF_FAILED(service->ColGetName(handle, &name));
-            s.bytes += SysStringByteLen(name);
-            SysFreeString(name);
+            Bstr name;
+            ZEL_THROW_IF_FAILED(service->ColGetName(handle, name.put()));
+            s.bytes += SysStringByteLen(name.get());
             LONG type = 0;
             ZEL_THROW_IF_FAILED(service->ColDataType(handle, &type));
             s.calls += 2;
