@@ -91,7 +91,7 @@ bool WriteModuleMap(const std::wstring& path) {
         if (!GetModuleInformation(GetCurrentProcess(), modules[i], &info, sizeof info)) continue;
         GetModuleFileNameW(modules[i], name, MAX_PATH);
         std::fprintf(file, "%llx %lx %s\n", static_cast<unsigned long long>(reinterpret_cast<UINT_PTR>(info.lpBaseOfDll)),
-                     static_cast<unsigned long>(info.SizeOfImage), Narrow(name).c_str());
+                     static_cast<unsigned long>(info.SizeOfImage), ToUtf8(name).c_str());
     }
     return std::fclose(file) == 0;
 }
@@ -151,22 +151,6 @@ unsigned long long Arguments::Number(const wchar_t* name, unsigned long long fal
     auto it = m_values.find(name);
     if (it == m_values.end()) return fallback;
     return std::wcstoull(it->second.c_str(), nullptr, 10);
-}
-
-std::string Narrow(const std::wstring& text) {
-    if (text.empty()) return {};
-    int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
-    std::string out(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size, nullptr, nullptr);
-    return out;
-}
-
-std::wstring Widen(const std::string& text) {
-    if (text.empty()) return {};
-    int size = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-    std::wstring out(static_cast<size_t>(size), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size);
-    return out;
 }
 
 std::string HresultText(HRESULT hr) {

@@ -12,8 +12,13 @@
 #include <vector>
 
 #include "common/ComError.h"
+#include "common/Utf8.h"
 
 namespace zel::bench {
+
+// UTF-8 as the programs outside Windows (shell, files, pipes) read and write it.
+using zel::FromUtf8;
+using zel::ToUtf8;
 
 // Wall-clock time from QueryPerformanceCounter.
 class Stopwatch {
@@ -122,8 +127,6 @@ std::vector<RunSample> Repeat(int warmups, int runs, Body&& body) {
     return samples;
 }
 
-std::string Narrow(const std::wstring& text);  // UTF-8
-std::wstring Widen(const std::string& text);   // from UTF-8
 // "0x80004005" for an HRESULT.
 std::string HresultText(HRESULT hr);
 

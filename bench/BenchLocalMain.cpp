@@ -73,10 +73,10 @@ int Generate(const Arguments& args, bool catalog) {
                                                   static_cast<unsigned>(args.Number(L"columns", 255)))
                                 : GenerateRowTable(db, args.Number(L"rows", 1000));
     if (!error.empty()) {
-        std::fprintf(stderr, "generating %s failed: %s\n", Narrow(db).c_str(), error.c_str());
+        std::fprintf(stderr, "generating %s failed: %s\n", ToUtf8(db).c_str(), error.c_str());
         return 1;
     }
-    std::printf("generated %s in %.1f s\n", Narrow(db).c_str(), clock.Seconds());
+    std::printf("generated %s in %.1f s\n", ToUtf8(db).c_str(), clock.Seconds());
     return 0;
 }
 
@@ -101,7 +101,7 @@ int RunFigure(const Arguments& args) {
 
     if (args.Has(L"modules")) WriteModuleMap(args.Text(L"modules"));
     if (!AppendMeasurement(out, m)) {
-        std::fprintf(stderr, "cannot write %s\n", Narrow(out).c_str());
+        std::fprintf(stderr, "cannot write %s\n", ToUtf8(out).c_str());
         return 1;
     }
     std::printf("figure %s, N=%llu: %s%s%s\n", m.figure.c_str(), m.n, m.status.c_str(), m.note.empty() ? "" : ": ",

@@ -53,7 +53,7 @@ int RunFigure(const Arguments& args) {
     int result = 0;
     for (const Measurement& m : measurements) {
         if (!AppendMeasurement(out, m)) {
-            std::fprintf(stderr, "cannot write %s\n", Narrow(out).c_str());
+            std::fprintf(stderr, "cannot write %s\n", ToUtf8(out).c_str());
             return 1;
         }
         std::printf("figure %s, N=%llu: %s%s%s\n", m.figure.c_str(), m.n, m.status.c_str(),

@@ -46,7 +46,7 @@ int wmain(int argc, wchar_t** argv) {
     }
     std::string rawText;
     if (!ReadFile(raw, rawText)) {
-        std::fprintf(stderr, "cannot read %s\n", Narrow(raw).c_str());
+        std::fprintf(stderr, "cannot read %s\n", ToUtf8(raw).c_str());
         return 1;
     }
     std::vector<std::string> context;

@@ -55,7 +55,7 @@ void Fail(Measurement& m, const std::string& why) {
 std::string OpenConnection(KobOleDbConnection& connection, const LocalPlan& plan) {
     HRESULT hr = connection.Open(Bstr(plan.connectionString).get(), false);
     if (hr == S_OK) return {};
-    return "KobOleDbConnection::Open " + HresultText(hr) + ": " + Narrow(connection.GetErrorText());
+    return "KobOleDbConnection::Open " + HresultText(hr) + ": " + ToUtf8(connection.GetErrorText());
 }
 
 // Executes the row query on `connection`; throws when it does not run.
@@ -108,12 +108,12 @@ std::string DescribeCatalogSupport(const std::wstring& connectionString) {
 Measurement MeasureSqlite(const LocalPlan& plan) {
     Measurement m = Start("1", "SQLite: prepare, step, every column as UTF-16 text (in-process, 32-bit)", plan);
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(Narrow(plan.database).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+    if (sqlite3_open_v2(ToUtf8(plan.database).c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
         Fail(m, std::string("sqlite3_open_v2: ") + (db ? sqlite3_errmsg(db) : "out of memory"));
         sqlite3_close(db);
         return m;
     }
-    const std::string query = Narrow(kRowQuery);
+    const std::string query = ToUtf8(kRowQuery);
     Run(m, plan, [&] {
         RunSample s;
         Stopwatch clock;
@@ -270,7 +270,7 @@ std::string FieldCostBreakdown(const LocalPlan& plan) {
                       100 * median(totals[0]) / sum);
         text += line;
         for (ULONG c = 1; c <= kRowColumns; ++c) {
-            const std::string call = "FieldAsString(" + Narrow(names[c]) + ")";
+            const std::string call = "FieldAsString(" + ToUtf8(names[c]) + ")";
             std::snprintf(line, sizeof line, "%-30s  %6u  %9.2f  %4.0f%%  %18.1f\n", call.c_str(),
                           static_cast<unsigned>(types[c]), 1e6 * median(totals[c]) / n, 100 * median(totals[c]) / sum,
                           characters[c] / n);

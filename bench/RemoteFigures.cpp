@@ -105,7 +105,7 @@ std::string OpenConnection(IZelOleDb* service, const std::wstring& connectionStr
     Bstr errorText, errorStmt;
     HRESULT hr = service->ConOpenFromInitializationString(Bstr(connectionString).get(), VARIANT_FALSE,
                                                           errorText.put(), errorStmt.put());
-    if (FAILED(hr)) return "ConOpenFromInitializationString " + HresultText(hr) + ": " + Narrow(errorText.str());
+    if (FAILED(hr)) return "ConOpenFromInitializationString " + HresultText(hr) + ": " + ToUtf8(errorText.str());
     return {};
 }
 
@@ -114,7 +114,7 @@ bool NotMeasurable(Measurement& m, const char* call, HRESULT hr, const Bstr& err
     if (SUCCEEDED(hr)) return false;
     m.status = "not-measurable";
     m.note = std::string(call) + " returned " + HresultText(hr) +
-             (errorText.empty() ? "" : ": " + Narrow(errorText.str()));
+             (errorText.empty() ? "" : ": " + ToUtf8(errorText.str()));
     return true;
 }
 

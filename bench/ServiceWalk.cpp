@@ -14,7 +14,7 @@ std::string PrepareServiceCommand(IZelOleDb* service, const std::wstring& connec
     Bstr errorText, errorStmt;
     HRESULT hr = service->ConOpenFromInitializationString(Bstr(connectionString).get(), VARIANT_FALSE,
                                                           errorText.put(), errorStmt.put());
-    if (FAILED(hr)) return "ConOpenFromInitializationString " + HresultText(hr) + ": " + Narrow(errorText.str());
+    if (FAILED(hr)) return "ConOpenFromInitializationString " + HresultText(hr) + ": " + ToUtf8(errorText.str());
     handle = 0;
     hr = service->CmdSetConnection(&handle);
     if (FAILED(hr)) return "CmdSetConnection " + HresultText(hr);
@@ -26,7 +26,7 @@ std::string PrepareServiceCommand(IZelOleDb* service, const std::wstring& connec
     errorStmt.reset();
     hr = service->CmdExecute(handle, &result, xml.put(), errorText.put(), errorStmt.put());
     if (FAILED(hr)) return "CmdExecute " + HresultText(hr);
-    if (result != 1) return "CmdExecute answered " + std::to_string(result) + ": " + Narrow(errorText.str());
+    if (result != 1) return "CmdExecute answered " + std::to_string(result) + ": " + ToUtf8(errorText.str());
     ULONGLONG count = 0;
     hr = service->CmdGetColumnCount(handle, &count);
     if (FAILED(hr)) return "CmdGetColumnCount " + HresultText(hr);

@@ -4,6 +4,8 @@
 
 #include <cwctype>
 
+#include "common/Utf8.h"
+
 namespace zel::zeldb {
 
 namespace {
@@ -21,9 +23,7 @@ std::wstring FromUnixPath(const std::wstring& path) {
     static const auto toDos = reinterpret_cast<DosNameFn>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_dos_file_name")));
     if (!toDos) return path;
-    const int size = WideCharToMultiByte(CP_UTF8, 0, path.c_str(), -1, nullptr, 0, nullptr, nullptr);
-    std::string unixPath(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, path.c_str(), -1, unixPath.data(), size, nullptr, nullptr);
+    const std::string unixPath = ToUtf8(path);
     WCHAR* dos = toDos(unixPath.c_str());
     if (!dos) return path;
     std::wstring result(dos);

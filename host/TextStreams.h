@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/Utf8.h"
+
 namespace zel::zeldb {
 
 // Somewhere text is written to.
@@ -96,10 +98,6 @@ private:
     std::string m_bytes;       // undecoded UTF-8 (pipe, file)
     std::wstring m_consoleText;  // console input not yet handed out
 };
-
-// UTF-8 <-> UTF-16 for the whole program; invalid input becomes U+FFFD.
-std::string ToUtf8(std::wstring_view text);
-std::wstring FromUtf8(std::string_view bytes);
 
 // `text` without the white space at either end.
 std::wstring Trim(const std::wstring& text);

@@ -78,11 +78,11 @@ TEST_F(BadInputFileTest, AMissingDirectoryOrFileIsReportedAsNotExisting) {
     for (const std::wstring& path : {Database().Directory() + L"\\no\\such\\folder\\x.db",
                                      Database().Directory() + L"\\missing.db", Database().Directory(),
                                      std::wstring(L"Q:\\no-drive\\x.db")}) {
-        SCOPED_TRACE(Utf8(path));
+        SCOPED_TRACE(ToUtf8(path));
         std::wstring errorText;
         EXPECT_EQ(E_FAIL, OpenExpectingFailure(ProviderConnection(path), &errorText));
-        EXPECT_NE(std::wstring::npos, errorText.find(L"does not exist")) << Utf8(errorText);
-        EXPECT_NE(std::wstring::npos, errorText.find(L"SQLState: 08001")) << Utf8(errorText);
+        EXPECT_NE(std::wstring::npos, errorText.find(L"does not exist")) << ToUtf8(errorText);
+        EXPECT_NE(std::wstring::npos, errorText.find(L"SQLState: 08001")) << ToUtf8(errorText);
         EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW((Database().Directory() + L"\\missing.db").c_str()))
             << "opening must not create the file";
     }
@@ -96,13 +96,13 @@ TEST_F(BadInputFileTest, AReadOnlyFileIsReadAndRefusesWritesWithoutChanging) {
     const std::vector<char> before = FileBytes(Database().Path());
     ASSERT_TRUE(SetFileAttributesW(Database().Path().c_str(), FILE_ATTRIBUTE_READONLY));
     std::wstring errorText;
-    ASSERT_EQ(S_OK, Client().Open(Database().ConnectionString(), &errorText)) << Utf8(errorText);
+    ASSERT_EQ(S_OK, Client().Open(Database().ConnectionString(), &errorText)) << ToUtf8(errorText);
     EXPECT_EQ(L"50", Client().Scalar(L"SELECT COUNT(*) FROM items"));
     for (const wchar_t* sql : {L"INSERT INTO items VALUES (51, 'new')", L"DELETE FROM items", L"CREATE TABLE t (a INTEGER)"}) {
         Outcome outcome = Client().Execute(sql);
-        EXPECT_EQ(2, outcome.result) << Utf8(sql);
-        EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"readonly database")) << Utf8(outcome.errorText);
-        EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: 25006")) << Utf8(outcome.errorText);
+        EXPECT_EQ(2, outcome.result) << ToUtf8(sql);
+        EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"readonly database")) << ToUtf8(outcome.errorText);
+        EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: 25006")) << ToUtf8(outcome.errorText);
     }
     VARIANT_BOOL readOnly = VARIANT_FALSE;
     ASSERT_EQ(S_OK, Client()->ConIsReadOnly(&readOnly));
@@ -124,8 +124,8 @@ TEST_F(BadInputFileTest, AFileThatIsNotADatabaseIsRefusedAndLeftAsItWas) {
     ASSERT_TRUE(WriteBytes(Database().Path(), text));
     std::wstring errorText;
     EXPECT_EQ(E_FAIL, OpenExpectingFailure(Database().ConnectionString(), &errorText));
-    EXPECT_NE(std::wstring::npos, errorText.find(L"file is not a database")) << Utf8(errorText);
-    EXPECT_NE(std::wstring::npos, errorText.find(L"SQLState: 08001")) << Utf8(errorText);
+    EXPECT_NE(std::wstring::npos, errorText.find(L"file is not a database")) << ToUtf8(errorText);
+    EXPECT_NE(std::wstring::npos, errorText.find(L"SQLState: 08001")) << ToUtf8(errorText);
     EXPECT_TRUE(text == FileBytes(Database().Path())) << "the file was changed";
     ASSERT_TRUE(WriteBytes(Database().Path(), {}));
     ExpectStillServing();
@@ -147,14 +147,14 @@ TEST_F(BadInputFileTest, ATruncatedDatabaseGivesClearErrorsAndNoCrash) {
             Outcome outcome = Client().Execute(L"SELECT COUNT(*), SUM(length(label)) FROM items");
             EXPECT_EQ(2, outcome.result);
             EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"database disk image is malformed"))
-                << Utf8(outcome.errorText);
-            EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: HY000")) << Utf8(outcome.errorText);
+                << ToUtf8(outcome.errorText);
+            EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: HY000")) << ToUtf8(outcome.errorText);
             Client()->ConClose();
         } else {
             EXPECT_EQ(E_FAIL, hr);
             EXPECT_TRUE(errorText.find(L"malformed") != std::wstring::npos ||
                         errorText.find(L"not a database") != std::wstring::npos)
-                << Utf8(errorText);
+                << ToUtf8(errorText);
         }
         EXPECT_TRUE(cut == FileBytes(Database().Path())) << "reading changed the truncated file";
     }
@@ -169,13 +169,13 @@ TEST_F(BadInputFileTest, APathWithCharactersOutsideAsciiWorks) {
     const std::wstring path = folder + L"\\donn\x00E9" L"es \x2713.db";
     ASSERT_TRUE(WriteBytes(path, {}));
     std::wstring errorText;
-    ASSERT_EQ(S_OK, Client().Open(ProviderConnection(path), &errorText)) << Utf8(errorText);
+    ASSERT_EQ(S_OK, Client().Open(ProviderConnection(path), &errorText)) << ToUtf8(errorText);
     ASSERT_TRUE(Client().Run(L"CREATE TABLE t (a VARCHAR(20))"));
     ASSERT_TRUE(Client().Run(L"INSERT INTO t VALUES ('\x00E9t\x00E9')"));
     EXPECT_EQ(L"\x00E9t\x00E9", Client().Scalar(L"SELECT a FROM t"));
     Bstr source;
     ASSERT_EQ(S_OK, Client()->ConGetDatasource(source.put()));
-    EXPECT_NE(std::wstring::npos, source.str().find(L"donn\x00E9" L"es \x2713.db")) << Utf8(source.str());
+    EXPECT_NE(std::wstring::npos, source.str().find(L"donn\x00E9" L"es \x2713.db")) << ToUtf8(source.str());
     ASSERT_EQ(S_OK, Client()->ConClose());
     EXPECT_GT(FileBytes(path).size(), 0u);
     DeleteFileW(path.c_str());
@@ -193,8 +193,8 @@ protected:
 
     void ExpectBusy(const std::pair<Outcome, DWORD>& timed, DWORD timeout) {
         EXPECT_EQ(2, timed.first.result);
-        EXPECT_NE(std::wstring::npos, timed.first.errorText.find(L"database is locked")) << Utf8(timed.first.errorText);
-        EXPECT_NE(std::wstring::npos, timed.first.errorText.find(L"SQLState: HYT00")) << Utf8(timed.first.errorText);
+        EXPECT_NE(std::wstring::npos, timed.first.errorText.find(L"database is locked")) << ToUtf8(timed.first.errorText);
+        EXPECT_NE(std::wstring::npos, timed.first.errorText.find(L"SQLState: HYT00")) << ToUtf8(timed.first.errorText);
         EXPECT_GE(timed.second + 100, timeout) << "gave up before the busy timeout";
         EXPECT_LT(timed.second, timeout + 5000) << "waited far beyond the busy timeout";
     }

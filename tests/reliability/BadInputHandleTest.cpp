@@ -97,7 +97,7 @@ protected:
         for (const DeclaredMethod& method : Methods()) {
             if (!method.TakesHandle() || (!family.empty() && method.Family() != family)) continue;
             VtableCall call(method, handle);
-            EXPECT_EQ(E_FAIL, call.Invoke(Client().get())) << what << ": " << Utf8(method.name) << "(" << handle << ")";
+            EXPECT_EQ(E_FAIL, call.Invoke(Client().get())) << what << ": " << ToUtf8(method.name) << "(" << handle << ")";
             ++called;
         }
         EXPECT_GT(called, 0);
@@ -113,7 +113,7 @@ protected:
         EXPECT_EQ(1, moved);
         ASSERT_EQ(S_OK, Client()->CmdFieldAsString(m_live[L"Cmd"], 2, field.put()));
         EXPECT_EQ(L"nut", field.str());
-        for (const auto& [family, handle] : m_live) EXPECT_EQ(S_OK, Destroy(family, handle)) << Utf8(family);
+        for (const auto& [family, handle] : m_live) EXPECT_EQ(S_OK, Destroy(family, handle)) << ToUtf8(family);
         m_live.clear();
         EXPECT_EQ(m_before, DatabaseSnapshot(Client()));
     }
@@ -173,7 +173,7 @@ TEST_F(BadHandleTest, NullReferencesAreRefusedBeforeTheyCrossTheBoundary) {
             VtableCall call(method, live == m_live.end() ? 0 : live->second);
             call.PassNull(i);
             const HRESULT hr = call.Invoke(Client().get());
-            EXPECT_TRUE(FAILED(hr)) << Utf8(method.name + L" " + method.params[i].name) << " " << std::hex << hr;
+            EXPECT_TRUE(FAILED(hr)) << ToUtf8(method.name + L" " + method.params[i].name) << " " << std::hex << hr;
             ++refused;
         }
     }
@@ -254,7 +254,7 @@ protected:
 
 TEST_F(BadDispatchTest, EveryMethodRefusesOneArgumentTooManyOrTooFew) {
     for (const DeclaredMethod& method : Methods()) {
-        SCOPED_TRACE(Utf8(method.name));
+        SCOPED_TRACE(ToUtf8(method.name));
         std::vector<Variant> more = Arguments(method);
         more.insert(more.begin(), I4(7));
         EXPECT_EQ(DISP_E_BADPARAMCOUNT, Invoke(method.dispid, more));
@@ -275,7 +275,7 @@ TEST_F(BadDispatchTest, EveryMethodRefusesNamedArguments) {
         if (method.ArgumentCount() == 0) continue;
         std::vector<Variant> args = Arguments(method);
         DISPID named[] = {0};
-        EXPECT_EQ(DISP_E_NONAMEDARGS, Invoke(method.dispid, args, nullptr, named, 1)) << Utf8(method.name);
+        EXPECT_EQ(DISP_E_NONAMEDARGS, Invoke(method.dispid, args, nullptr, named, 1)) << ToUtf8(method.name);
     }
     EXPECT_EQ(m_before, DatabaseSnapshot(Client()));
 }
@@ -294,7 +294,7 @@ TEST_F(BadDispatchTest, EveryInArgumentThatCannotBeConvertedIsNamedByItsIndex) {
             const UINT index = count - 1 - position;  // its rgvarg index
             ++position;
             if (p.type == VT_PTR || p.type == VT_VARIANT) continue;  // references and VARIANTs pass as they are
-            SCOPED_TRACE(Utf8(method.name + L" " + p.name));
+            SCOPED_TRACE(ToUtf8(method.name + L" " + p.name));
             std::vector<Variant> args = Arguments(method);
             args[index] = p.type == VT_BSTR ? array : Str(L"not a number");
             UINT argErr = 999;

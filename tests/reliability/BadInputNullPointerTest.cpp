@@ -83,7 +83,7 @@ TEST_F(NullPointerTest, EveryReferenceParameterOfEveryMethodMayBeNull) {
         for (size_t i = 0; i < method.params.size(); ++i) {
             const DeclaredParameter& p = method.params[i];
             if (p.type != VT_PTR) continue;
-            SCOPED_TRACE(Utf8(method.name + L" " + p.name));
+            SCOPED_TRACE(ToUtf8(method.name + L" " + p.name));
             HRESULT normal = MakeCall(method)->Invoke(m_db.get());
             auto call = MakeCall(method);
             call->PassNull(i);
@@ -116,10 +116,10 @@ TEST_F(NullPointerTest, AnUnknownHandleLeavesEveryOutParameterUntouched) {
     for (const DeclaredMethod& method : Methods()) {
         if (!method.TakesHandle()) continue;
         VtableCall call(method, 0xDEADBEEF);
-        EXPECT_EQ(E_FAIL, call.Invoke(m_db.get())) << Utf8(method.name);
+        EXPECT_EQ(E_FAIL, call.Invoke(m_db.get())) << ToUtf8(method.name);
         for (size_t i = 0; i < method.params.size(); ++i) {
             if (method.params[i].Out()) {
-                EXPECT_FALSE(call.Written(i)) << Utf8(method.name) << " parameter " << i;
+                EXPECT_FALSE(call.Written(i)) << ToUtf8(method.name) << " parameter " << i;
             }
         }
         ++checked;

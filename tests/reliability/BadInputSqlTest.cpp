@@ -31,16 +31,16 @@ protected:
     // Runs `sql`, which must fail in the provider with `message` and SQLSTATE `sqlState`,
     // and checks that the database did not change.
     void ExpectRefused(const std::wstring& sql, const std::wstring& message, const std::wstring& sqlState) {
-        SCOPED_TRACE(Utf8(sql));
+        SCOPED_TRACE(ToUtf8(sql));
         Outcome outcome = Client().Execute(sql);
         EXPECT_EQ(S_OK, outcome.hr) << "a failed statement is told by the result, not the HRESULT";
         EXPECT_EQ(2, outcome.result);
         EXPECT_FALSE(outcome.xmlWritten);
-        EXPECT_NE(std::wstring::npos, outcome.errorText.find(message)) << Utf8(outcome.errorText);
+        EXPECT_NE(std::wstring::npos, outcome.errorText.find(message)) << ToUtf8(outcome.errorText);
         EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: " + sqlState + L", NativeError: "))
-            << Utf8(outcome.errorText);
+            << ToUtf8(outcome.errorText);
         // The last, innermost record only: one block, numbered from 0.
-        EXPECT_EQ(0u, outcome.errorText.find(L"Row #:    0 Source: ")) << Utf8(outcome.errorText);
+        EXPECT_EQ(0u, outcome.errorText.find(L"Row #:    0 Source: ")) << ToUtf8(outcome.errorText);
         EXPECT_EQ(sql, outcome.errorStmt);
         EXPECT_EQ(m_before, DatabaseSnapshot(Client()));
     }
@@ -90,10 +90,10 @@ TEST_F(BadInputSqlTest, ConstraintViolationsAreRefusedAndTheWholeStatementIsUndo
 TEST_F(BadInputSqlTest, TheNativeErrorIsSqlitesExtendedCode) {
     Outcome outcome = Client().Execute(L"INSERT INTO parts VALUES (4, 'bolt', 1)");
     EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: 23000, NativeError: 2067\n"))
-        << Utf8(outcome.errorText);
+        << ToUtf8(outcome.errorText);
     outcome = Client().Execute(L"INSERT INTO parts (id, name) VALUES (4, NULL)");
     EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: 23000, NativeError: 1299\n"))
-        << Utf8(outcome.errorText);
+        << ToUtf8(outcome.errorText);
 }
 
 TEST_F(BadInputSqlTest, AFailedStatementInATransactionLeavesTheTransactionUsable) {
@@ -127,13 +127,13 @@ TEST_F(BadInputSqlTest, TheSameCommandRunsAgainAfterAFailureWithItsErrorTextClea
     const std::vector<std::pair<const wchar_t*, SHORT>> steps = {
         {L"SELECT * FROM nowhere", 2}, {L"SELECT name FROM parts ORDER BY id", 1}, {L"SELEKT", 2}, {L"SELECT 1", 1}};
     for (const auto& [sql, expected] : steps) {
-        SCOPED_TRACE(Utf8(sql));
+        SCOPED_TRACE(ToUtf8(sql));
         Bstr text(sql), xml, errorText, errorStmt;
         ASSERT_EQ(S_OK, Client()->CmdSetCommandText(handle, text.get()));
         SHORT result = 0;
         ASSERT_EQ(S_OK, Client()->CmdExecute(handle, &result, xml.put(), errorText.put(), errorStmt.put()));
         EXPECT_EQ(expected, result);
-        EXPECT_EQ(expected == 1, errorText.empty()) << Utf8(errorText.str());
+        EXPECT_EQ(expected == 1, errorText.empty()) << ToUtf8(errorText.str());
         EXPECT_EQ(expected == 1 ? std::wstring() : std::wstring(sql), errorStmt.str());
         if (expected == 1) {
             EXPECT_NE(nullptr, xml.get());

@@ -60,7 +60,7 @@ TEST_F(BadInputStringTest, AnEmptyStatementIsNotApplicableAndBlanksRunAsNothing)
     EXPECT_FALSE(empty.xmlWritten);
     for (const wchar_t* nothing : {L"   ", L";", L" ; ;\r\n\t", L"-- a comment only"}) {
         Outcome outcome = Client().Execute(nothing);
-        EXPECT_EQ(1, outcome.result) << Utf8(nothing);
+        EXPECT_EQ(1, outcome.result) << ToUtf8(nothing);
         EXPECT_FALSE(outcome.xmlWritten);
     }
     EXPECT_EQ(m_before, DatabaseSnapshot(Client()));
@@ -103,7 +103,7 @@ TEST_F(BadInputStringTest, EmptyAndNullInitializationStringsFailAndTheServerOpen
         Bstr owned = Bstr::Attach(init), errorText, errorStmt;
         EXPECT_EQ(E_FAIL, Client()->ConOpenFromInitializationString(owned.get(), VARIANT_FALSE, errorText.put(),
                                                                      errorStmt.put()))
-            << Utf8(owned.str());
+            << ToUtf8(owned.str());
         VARIANT_BOOL connected = VARIANT_TRUE;
         ASSERT_EQ(S_OK, Client()->ConIsConnected(&connected));
         EXPECT_EQ(VARIANT_FALSE, connected);
@@ -151,10 +151,10 @@ TEST_F(BadInputStringTest, AOneMegabyteInitializationStringFailsClearly) {
     // A path of 1 MB names no file.
     std::wstring errorText;
     EXPECT_EQ(E_FAIL, Client().Open(ProviderConnection(Database().Directory() + L"\\" + Varied(kMegabyte)), &errorText));
-    EXPECT_NE(std::wstring::npos, errorText.find(L"does not exist")) << Utf8(errorText.substr(0, 300));
+    EXPECT_NE(std::wstring::npos, errorText.find(L"does not exist")) << ToUtf8(errorText.substr(0, 300));
     // A keyword of another provider with a 1 MB value is ignored.
     EXPECT_EQ(S_OK, Client().Open(Database().ConnectionString(L";Jet OLEDB:Database Password=" + Varied(kMegabyte)), &errorText))
-        << Utf8(errorText.substr(0, 300));
+        << ToUtf8(errorText.substr(0, 300));
     EXPECT_EQ(m_before, DatabaseSnapshot(Client()));
 }
 
@@ -167,14 +167,14 @@ TEST_F(BadInputStringTest, AnEmbeddedNulEndsTheStatement) {
     outcome = Client().Execute(L"INSERT INTO parts VALUES (2, 'ab\0cd', NULL)"s);
     EXPECT_EQ(2, outcome.result);
     EXPECT_EQ(L"INSERT INTO parts VALUES (2, 'ab", outcome.errorStmt);
-    EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"unrecognized token")) << Utf8(outcome.errorText);
+    EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"unrecognized token")) << ToUtf8(outcome.errorText);
     EXPECT_EQ(m_before, DatabaseSnapshot(Client()));
 }
 
 TEST_F(BadInputStringTest, AnEmbeddedNulEndsTheInitializationStringAndTheColumnName) {
     std::wstring errorText;
     EXPECT_EQ(S_OK, Client().Open(Database().ConnectionString() + L"\0;Data Source=C:\\nowhere\\x.db"s, &errorText))
-        << Utf8(errorText);
+        << ToUtf8(errorText);
     ULONG handle = 0;
     ASSERT_EQ(S_OK, Client()->CmdSetConnection(&handle));
     Bstr sql(L"SELECT id, name FROM parts"), xml, text, stmt;
@@ -240,8 +240,8 @@ TEST_F(BadInputStringTest, AStatementWithAnUnpairedSurrogateIsRefusedWhole) {
                                     std::wstring(L"DELETE FROM parts; SELECT '\xDBFF'")}) {
         Outcome outcome = Client().Execute(sql);
         EXPECT_EQ(2, outcome.result);
-        EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"not valid UTF-16")) << Utf8(outcome.errorText);
-        EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: 22021")) << Utf8(outcome.errorText);
+        EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"not valid UTF-16")) << ToUtf8(outcome.errorText);
+        EXPECT_NE(std::wstring::npos, outcome.errorText.find(L"SQLState: 22021")) << ToUtf8(outcome.errorText);
         EXPECT_TRUE(outcome.errorStmt == sql);
     }
     EXPECT_EQ(m_before, DatabaseSnapshot(Client()));
@@ -276,7 +276,7 @@ TEST_F(BadInputStringTest, TheTableEnumerationCutsNamesAt128CharactersAndTheDefi
     Bstr empty(L""), type(L"TABLE"), errorText, errorStmt;
     ASSERT_EQ(S_OK, Client()->TblOpen(&handle, empty.get(), empty.get(), empty.get(), type.get(), errorText.put(),
                                       errorStmt.put()))
-        << Utf8(errorText.str());
+        << ToUtf8(errorText.str());
     std::vector<std::wstring> names;
     VARIANT_BOOL more = VARIANT_FALSE;
     while (SUCCEEDED(Client()->TblFetchNext(handle, &more)) && more == VARIANT_TRUE) {

@@ -45,7 +45,7 @@ protected:
 
     // The document must be refused by the server itself, leaving the database as it was.
     void ExpectUnusable(const std::wstring& document) {
-        SCOPED_TRACE(Utf8(document.substr(0, 200)));
+        SCOPED_TRACE(ToUtf8(document.substr(0, 200)));
         EXPECT_EQ(E_FAIL, Create(document));
         EXPECT_EQ(m_before, DatabaseSnapshot(Client()));
     }
@@ -61,7 +61,7 @@ protected:
     std::wstring Definition(const std::wstring& name) {
         Bstr table(name), xml;
         HRESULT hr = Client()->TblGetDef(table.get(), xml.put());
-        EXPECT_EQ(S_OK, hr) << Utf8(name.substr(0, 100));
+        EXPECT_EQ(S_OK, hr) << ToUtf8(name.substr(0, 100));
         return xml.str();
     }
 
@@ -117,7 +117,7 @@ TEST_F(BadInputTableDefTest, NestedColumnDefsAreIgnored) {
     std::optional<Rows> rows = Client().Query(L"SELECT * FROM nested");
     ASSERT_TRUE(rows);
     Outcome outcome = Client().Execute(L"INSERT INTO nested VALUES (1)");
-    EXPECT_EQ(1, outcome.result) << "the table has one column: " << Utf8(outcome.errorText);
+    EXPECT_EQ(1, outcome.result) << "the table has one column: " << ToUtf8(outcome.errorText);
     const std::wstring definition = Definition(L"nested");
     EXPECT_NE(std::wstring::npos, definition.find(L"Name=\"a\""));
     EXPECT_EQ(std::wstring::npos, definition.find(L"Name=\"b\""));
@@ -133,23 +133,23 @@ TEST_F(BadInputTableDefTest, NumbersOutOfRangeKeepTheirLowBits) {
         const size_t at = definition.find(L"Name=\"" + std::wstring(column) + L"\"");
         ASSERT_NE(std::wstring::npos, at);
         EXPECT_NE(std::wstring::npos, definition.substr(at, definition.find(L"/>", at) - at).find(L"Type=\"3\""))
-            << Utf8(definition);
+            << ToUtf8(definition);
     }
     const size_t decimal = definition.find(L"Name=\"d\"");
     ASSERT_NE(std::wstring::npos, decimal);
     const std::wstring d = definition.substr(decimal, definition.find(L"/>", decimal) - decimal);
-    EXPECT_NE(std::wstring::npos, d.find(L"Type=\"14\"")) << Utf8(d);
-    EXPECT_NE(std::wstring::npos, d.find(L"Precision=\"10\"")) << Utf8(d);
-    EXPECT_NE(std::wstring::npos, d.find(L"Scale=\"2\"")) << Utf8(d);
+    EXPECT_NE(std::wstring::npos, d.find(L"Type=\"14\"")) << ToUtf8(d);
+    EXPECT_NE(std::wstring::npos, d.find(L"Precision=\"10\"")) << ToUtf8(d);
+    EXPECT_NE(std::wstring::npos, d.find(L"Scale=\"2\"")) << ToUtf8(d);
 }
 
 TEST_F(BadInputTableDefTest, TextWhereNumbersBelongReadsAsItsLeadingDigits) {
     // " +3 apples" is 3; "ten" is 0, and a precision of 0 is no precision.
     ASSERT_EQ(S_OK, Create(Table(L"texts", Column(L"a", L"Type=\" +3 apples\" Precision=\"ten\" Scale=\"x\""))));
     const std::wstring definition = Definition(L"texts");
-    EXPECT_NE(std::wstring::npos, definition.find(L"Type=\"3\"")) << Utf8(definition);
+    EXPECT_NE(std::wstring::npos, definition.find(L"Type=\"3\"")) << ToUtf8(definition);
     Outcome outcome = Client().Execute(L"INSERT INTO texts VALUES (12)");
-    EXPECT_EQ(1, outcome.result) << Utf8(outcome.errorText);
+    EXPECT_EQ(1, outcome.result) << ToUtf8(outcome.errorText);
     // A type that reads as 0 is the provider's to judge; whatever it answers, the database
     // agrees with the answer.
     HRESULT hr = Create(Table(L"typeless", Column(L"a", L"Type=\"three\"")));

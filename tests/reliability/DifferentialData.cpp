@@ -364,7 +364,7 @@ Scenario MakeScenario(unsigned seed, int queries) { return Generator(seed).Make(
 std::string ShellScript(const Scenario& scenario) {
     std::string script = ".mode quote\n.headers off\n";
     for (size_t i = 0; i < scenario.queries.size(); ++i)
-        script += ".print #Q " + std::to_string(i) + "\n" + Utf8(scenario.queries[i].sql) + ";\n";
+        script += ".print #Q " + std::to_string(i) + "\n" + ToUtf8(scenario.queries[i].sql) + ";\n";
     return script;
 }
 

@@ -40,7 +40,7 @@ bool WriteText(const std::wstring& path, const std::string& text) {
 }
 
 std::string Shorten(const std::wstring& text) {
-    return Utf8(text.size() > 80 ? text.substr(0, 80) + L"..." : text);
+    return ToUtf8(text.size() > 80 ? text.substr(0, 80) + L"..." : text);
 }
 
 class Comparison {
@@ -48,7 +48,7 @@ public:
     explicit Comparison(ServiceClient& client) : m_client(client) {}
 
     void Check(size_t index, const differential::Query& query, const std::vector<ShellRow>& shell) {
-        m_where = "query " + std::to_string(index) + " (" + Utf8(query.sql) + ")";
+        m_where = "query " + std::to_string(index) + " (" + ToUtf8(query.sql) + ")";
         ULONG handle = 0;
         if (FAILED(m_client->CmdSetConnection(&handle))) return Mismatch("no command");
         Bstr sql(query.sql), xml, errorText, errorStmt;
@@ -57,7 +57,7 @@ public:
         HRESULT hr = m_client->CmdExecute(handle, &result, xml.put(), errorText.put(), errorStmt.put());
         if (FAILED(hr) || result != 1) {
             m_client->CmdDestroy(handle);
-            return Mismatch("the server refused it: " + Utf8(errorText.str()));
+            return Mismatch("the server refused it: " + ToUtf8(errorText.str()));
         }
         ++m_queries;
         ULONGLONG columns = 0;
@@ -137,7 +137,7 @@ private:
                 const Expected expected = ExpectedValue(query.columns[c], shell[row][c]);
                 const std::wstring name = L"C" + std::to_wstring(c + 1);
                 const auto found = rows[row].find(name);
-                const std::string at = "document row " + std::to_string(row + 1) + " " + Utf8(name);
+                const std::string at = "document row " + std::to_string(row + 1) + " " + ToUtf8(name);
                 if ((found == rows[row].end()) != expected.isNull) {
                     Mismatch(at + (expected.isNull ? ": present for NULL" : ": missing"));
                     continue;
@@ -168,7 +168,7 @@ int Run(const std::wstring& mode, const std::wstring& dir, unsigned seed, int qu
     ServiceClient client;
     std::wstring errorText;
     if (client.Create() != S_OK || client.Open(ProviderConnection(dir + L"\\diff.db"), &errorText) != S_OK) {
-        std::printf("the server cannot open the database: %s\n", Utf8(errorText).c_str());
+        std::printf("the server cannot open the database: %s\n", ToUtf8(errorText).c_str());
         return 3;
     }
     int code = 0;
@@ -176,7 +176,7 @@ int Run(const std::wstring& mode, const std::wstring& dir, unsigned seed, int qu
         for (const std::wstring& sql : scenario.setup) {
             Outcome outcome = client.Execute(sql);
             if (outcome.result != 1) {
-                std::printf("setup failed: %s\n%s\n", Shorten(sql).c_str(), Utf8(outcome.errorText).c_str());
+                std::printf("setup failed: %s\n%s\n", Shorten(sql).c_str(), ToUtf8(outcome.errorText).c_str());
                 code = 1;
                 break;
             }

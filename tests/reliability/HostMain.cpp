@@ -42,7 +42,7 @@ int Load(int argc, wchar_t** argv) {
                        std::to_string(report.busyRetries) + " ms=" + std::to_string(took) + "\ncommitted";
     for (int seq : report.committed) text += " " + std::to_string(seq);
     text += "\n";
-    for (const std::wstring& error : report.errors) text += "error " + Utf8(error) + "\n";
+    for (const std::wstring& error : report.errors) text += "error " + ToUtf8(error) + "\n";
     HANDLE file = CreateFileW(argv[6], GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     if (file == INVALID_HANDLE_VALUE) return 3;
     DWORD written = 0;

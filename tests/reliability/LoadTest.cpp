@@ -87,7 +87,7 @@ TEST_F(LoadTest, EightHostsWithFiveHundredMixedOperationsEachGetRightAnswersAndL
         // document: row by row would cost thousands of calls).
         Outcome outcome = Client().Execute(L"SELECT seq, label, amount FROM items WHERE host = " +
                                            std::to_wstring(host) + L" ORDER BY seq");
-        ASSERT_EQ(1, outcome.result) << Utf8(outcome.errorText);
+        ASSERT_EQ(1, outcome.result) << ToUtf8(outcome.errorText);
         const std::vector<XmlAttributes> rows = XmlElements(outcome.xml, L"Rowset");
         EXPECT_EQ(result.committed.size(), rows.size());
         for (size_t i = 0; i < rows.size() && rows.size() == result.committed.size(); ++i) {

@@ -26,7 +26,7 @@ namespace {
 constexpr DWORD kMaxHold = 120000;
 
 int Fail(const char* what, const std::wstring& detail = L"") {
-    std::printf("lock holder: %s %s\n", what, Utf8(detail).c_str());
+    std::printf("lock holder: %s %s\n", what, ToUtf8(detail).c_str());
     std::fflush(stdout);
     return 1;
 }

@@ -11,23 +11,6 @@
 
 namespace zel::test {
 
-std::string Utf8(std::wstring_view text) {
-    if (text.empty()) return {};
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0,
-                                         nullptr, nullptr);
-    std::string out(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size, nullptr, nullptr);
-    return out;
-}
-
-std::wstring FromUtf8(std::string_view text) {
-    if (text.empty()) return {};
-    const int size = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-    std::wstring out(static_cast<size_t>(size), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size);
-    return out;
-}
-
 std::string ReadText(const std::wstring& path) {
     std::string text;
     HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -79,7 +62,7 @@ std::string Describe(const Rows& rows) {
         text += "(";
         for (size_t i = 0; i < row.size(); ++i) {
             if (i) text += ", ";
-            text += row[i] ? "'" + Utf8(*row[i]) + "'" : std::string("NULL");
+            text += row[i] ? "'" + ToUtf8(*row[i]) + "'" : std::string("NULL");
         }
         text += ")\n";
     }
@@ -120,9 +103,9 @@ bool ServiceClient::Run(std::wstring_view sql) {
     Outcome outcome = Execute(sql);
     const bool ok = outcome.hr == S_OK && outcome.result == 1;
     if (!ok) {
-        ADD_FAILURE() << "statement failed: " << Utf8(sql.substr(0, 200)) << "\nhr " << std::hex << outcome.hr
+        ADD_FAILURE() << "statement failed: " << ToUtf8(sql.substr(0, 200)) << "\nhr " << std::hex << outcome.hr
                       << " result " << std::dec << outcome.result << "\n"
-                      << Utf8(outcome.errorText);
+                      << ToUtf8(outcome.errorText);
     }
     return ok;
 }
@@ -250,7 +233,7 @@ std::string DatabaseSnapshot(ServiceClient& client) {
         for (wchar_t c : name) quoted += c == L'"' ? std::wstring(L"\"\"") : std::wstring(1, c);
         quoted += L"\"";
         std::optional<Rows> rows = client.Query(L"SELECT * FROM " + quoted + L" ORDER BY rowid");
-        snapshot += "table " + Utf8(name) + ":\n" + (rows ? Describe(*rows) : std::string("(unreadable)\n"));
+        snapshot += "table " + ToUtf8(name) + ":\n" + (rows ? Describe(*rows) : std::string("(unreadable)\n"));
     }
     return snapshot;
 }

@@ -13,11 +13,14 @@
 
 #include "ZelPmDb32.h"
 #include "common/ComPtr.h"
+#include "common/Utf8.h"
 
 namespace zel::test {
 
-std::string Utf8(std::wstring_view text);
-std::wstring FromUtf8(std::string_view text);
+// UTF-8 as the programs outside Windows (shell, files, pipes) read and write it.
+using zel::FromUtf8;
+using zel::ToUtf8;
+
 
 // The whole content of a file as bytes; empty when it cannot be read.
 std::string ReadText(const std::wstring& path);

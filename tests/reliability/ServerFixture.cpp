@@ -41,7 +41,7 @@ void ServerFixture::SetUp() {
 
 void ServerFixture::OpenOrFail(const std::wstring& initString) {
     std::wstring errorText;
-    ASSERT_EQ(S_OK, Client().Open(initString, &errorText)) << Utf8(errorText);
+    ASSERT_EQ(S_OK, Client().Open(initString, &errorText)) << ToUtf8(errorText);
 }
 
 void ServerFixture::TearDown() {

@@ -199,7 +199,7 @@ int Run(unsigned long long cycles, unsigned long long catalogCycles) {
         !client.Run(L"CREATE INDEX parts_qty ON parts (qty)") ||
         !client.Run(L"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20) "
                     L"INSERT INTO parts SELECT i, 'part ' || i, i * 10, printf('%.*c', i * 50, 'n') FROM n")) {
-        std::printf("the soak database cannot be made: %s\n", Utf8(errorText).c_str());
+        std::printf("the soak database cannot be made: %s\n", ToUtf8(errorText).c_str());
         return 3;
     }
 
