@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "common/ComPtr.h"
+#include "common/ExceptionState.h"
 
 namespace zel {
 
@@ -101,6 +102,8 @@ public:
 
 protected:
     ComObject() noexcept {
+        // The thread that makes an object is the one that calls it in an apartment.
+        ReserveThreadExceptionState();
         m_inner.m_owner = this;
         if (Derived::kModuleLock) ModuleLifetime::Lock();
     }

@@ -7,11 +7,15 @@
 
 #include <string>
 
+#include "common/ExceptionState.h"
+
 namespace zel {
 
 class KobOleDbErrorInfo {
 public:
-    KobOleDbErrorInfo() = default;
+    // Claims the creating thread's exception state, so that a provider failure reported
+    // while memory is exhausted is thrown and caught rather than ending the process.
+    KobOleDbErrorInfo() noexcept { ReserveThreadExceptionState(); }
 
     // True only for exactly S_OK. Always empties the error text, the statement and the
     // message first; on any other value reads the thread's error object (consuming it) and

@@ -1,0 +1,49 @@
+// Out-of-memory conditions made on purpose in a 32-bit test process: the address space is
+// reserved until nothing is left, then a chosen headroom is given back, so that the code under
+// test meets failing allocations where it would meet them with a large result.
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <vector>
+
+namespace zel::test {
+
+// Reserves every free region of the address space of 512 KiB or more (VirtualAlloc
+// MEM_RESERVE, largest first) while it lives; the destructor releases them. At least `headroomBytes` are released again at
+// once, smallest regions first, so that allocations still succeed until they are used up.
+class AddressSpaceReservation {
+public:
+    explicit AddressSpaceReservation(size_t headroomBytes = 0);
+    ~AddressSpaceReservation();
+    AddressSpaceReservation(const AddressSpaceReservation&) = delete;
+    AddressSpaceReservation& operator=(const AddressSpaceReservation&) = delete;
+
+    // Bytes held reserved now.
+    size_t ReservedBytes() const noexcept { return m_reserved; }
+
+private:
+    std::vector<void*> m_regions;
+    size_t m_reserved = 0;
+};
+
+// Allocates from the C runtime's heap (malloc) in ever smaller blocks down to 64 bytes, until
+// each size fails, chaining the blocks through themselves so that filling the heap needs no
+// memory of its own. The destructor frees them. Smaller holes are left: with none at all,
+// Wine's own code on the thread fails hard ("Unhandled stack overflow").
+class HeapFill {
+public:
+    HeapFill();
+    ~HeapFill();
+    HeapFill(const HeapFill&) = delete;
+    HeapFill& operator=(const HeapFill&) = delete;
+
+    size_t FilledBytes() const noexcept { return m_filled; }
+
+private:
+    void* m_head = nullptr;
+    size_t m_filled = 0;
+};
+
+}  // namespace zel::test
