@@ -79,11 +79,36 @@ std::optional<Bstr> ReadAttributeText(IXMLDOMNode* node, const wchar_t* name) {
     return text;
 }
 
+bool EndsWithDocumentElement(std::wstring_view text, std::wstring_view root) noexcept {
+    const size_t end = text.find_last_not_of(L" \t\r\n");
+    if (end == std::wstring_view::npos || root.empty()) return false;
+    text = text.substr(0, end + 1);
+    const size_t tag = text.rfind(L'<');
+    if (tag == std::wstring_view::npos) return false;
+    const std::wstring_view last = text.substr(tag);
+    // An end tag of the document element...
+    if (last.size() == root.size() + 3 && last.substr(0, 2) == L"</" && last.substr(2, root.size()) == root &&
+        last.back() == L'>')
+        return true;
+    // ...or the document element written empty, as the last tag.
+    if (last.size() < root.size() + 3 || last.substr(1, root.size()) != root) return false;
+    const wchar_t after = last[root.size() + 1];
+    return (after == L' ' || after == L'/' || after == L'\t' || after == L'\r' || after == L'\n') &&
+           last.substr(last.size() - 2) == L"/>";
+}
+
 Bstr DocumentXml(IXMLDOMDocument* document) {
     if (!document) ThrowHr(E_POINTER);
     ComPtr<IXMLDOMNode> node = ComPtr<IXMLDOMDocument>(document).as<IXMLDOMNode>();
     Bstr text;
     ZEL_THROW_IF_FAILED(node->get_xml(text.put()));
+    ComPtr<IXMLDOMElement> root;
+    ZEL_THROW_IF_FAILED(document->get_documentElement(root.put()));
+    if (!root) return text;  // no document element: nothing to end
+    Bstr rootName;
+    ZEL_THROW_IF_FAILED(root->get_tagName(rootName.put()));
+    if (!EndsWithDocumentElement(std::wstring_view(text.c_str(), text.length()), rootName.c_str()))
+        ThrowHr(E_OUTOFMEMORY);
     return text;
 }
 

@@ -7,6 +7,7 @@
 #include <msxml2.h>
 
 #include <optional>
+#include <string_view>
 
 #include "common/Bstr.h"
 #include "common/ComPtr.h"
@@ -42,7 +43,13 @@ void SetAttributeText(IXMLDOMElement* element, const wchar_t* name, const wchar_
 std::optional<Bstr> ReadAttributeText(IXMLDOMNode* node, const wchar_t* name);
 
 // The document's XML text (IXMLDOMNode::get_xml). Throws ComError; E_POINTER for a null
-// document.
+// document. Wine's MSXML answers S_OK with a cut or empty text when writing the text runs
+// out of memory (its XML library reports "encoder error"); a text that does not end with the
+// document element is therefore refused with E_OUTOFMEMORY instead of being handed out.
 Bstr DocumentXml(IXMLDOMDocument* document);
+
+// True when `text`, less trailing white space, ends with the document element `root`: its end
+// tag, or its empty-element tag as the last tag of the text.
+bool EndsWithDocumentElement(std::wstring_view text, std::wstring_view root) noexcept;
 
 }  // namespace zel
