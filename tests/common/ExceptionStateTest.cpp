@@ -55,6 +55,7 @@ void RunOnFreshThread(ThrowResult& result) {
 // meets does not depend on what other tests left behind; the child exits with 0 when the throw
 // on a fresh thread was caught with memory exhausted, 1 when it survived otherwise.
 int ThrowOnFreshThreadExitCode(bool claimFirst) {
+    zel::test::EndProcessOnCrash();
     ThrowResult result;
     result.claimFirst = claimFirst;
     RunOnFreshThread(result);

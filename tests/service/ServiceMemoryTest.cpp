@@ -57,6 +57,7 @@ bool IsWholeQueryDocument(const Bstr& document) {
 // or gave a whole document, at least one failed, and the next execution gave every row; 1 to 5
 // name the step that went wrong.
 int ExecuteWithMemoryExhaustedThenAgain(const std::wstring& connectionString) {
+    zel::test::EndProcessOnCrash();
     ComPtr<IZelOleDb> db;
     if (FAILED(zel::ZelOleDbImpl::CreateInstance(nullptr, IID_IZelOleDb, db.put_void()))) return 1;
     Bstr errorText, errorStmt;

@@ -61,4 +61,18 @@ HeapFill::~HeapFill() {
     }
 }
 
+namespace {
+
+LONG WINAPI EndProcessWithExceptionCode(EXCEPTION_POINTERS* exception) {
+    TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+}  // namespace
+
+void EndProcessOnCrash() noexcept {
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    SetUnhandledExceptionFilter(EndProcessWithExceptionCode);
+}
+
 }  // namespace zel::test

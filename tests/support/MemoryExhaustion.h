@@ -46,4 +46,9 @@ private:
     size_t m_filled = 0;
 };
 
+// For a child process that runs out of memory on purpose: an unhandled exception ends the
+// process at once, with the exception code as its exit code, instead of starting Wine's
+// debugger, which can wait for ever under a test runner.
+void EndProcessOnCrash() noexcept;
+
 }  // namespace zel::test
