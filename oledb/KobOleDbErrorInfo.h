@@ -13,7 +13,7 @@ namespace zel {
 
 class KobOleDbErrorInfo {
 public:
-    // Claims the creating thread's exception state, so that a provider failure reported
+    // Readies the creating thread's exception machinery, so that a provider failure reported
     // while memory is exhausted is thrown and caught rather than ending the process.
     KobOleDbErrorInfo() noexcept { ReserveThreadExceptionState(); }
 

@@ -1,6 +1,7 @@
-// A thread's first C++ exception needs memory for the thread's exception state unless the
-// state was claimed before; these tests throw on fresh threads after the address space and the
-// heap were used up, as a query-result document too large for a 32-bit process does.
+// A thread's first C++ exception needs memory (the runtime's per-thread state, one-time locks)
+// unless ReserveThreadExceptionState made the thread throw once before ("the claim"); these
+// tests throw on fresh threads after the address space and the heap were used up, as a
+// query-result document too large for a 32-bit process does.
 #include "common/ExceptionState.h"
 
 #include <gtest/gtest.h>
