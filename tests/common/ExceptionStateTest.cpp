@@ -18,6 +18,8 @@ namespace {
 using zel::test::AddressSpaceReservation;
 using zel::test::HeapFill;
 
+#if !defined(_WIN64)  // exhausting the address space is possible only in a 32-bit process
+
 struct ThrowResult {
     bool claimFirst = false;
     bool memoryExhausted = false;
@@ -49,8 +51,6 @@ void RunOnFreshThread(ThrowResult& result) {
     WaitForSingleObject(thread, INFINITE);
     CloseHandle(thread);
 }
-
-#if !defined(_WIN64)
 
 // Each case runs in a child process of its own (a death test), so that the memory state it
 // meets does not depend on what other tests left behind; the child exits with 0 when the throw
