@@ -11,6 +11,11 @@ namespace {
 constexpr size_t kSmallestRegion = 512 * 1024;
 constexpr size_t kSmallestBlock = 64;
 
+LONG WINAPI EndProcessWithExceptionCode(EXCEPTION_POINTERS* exception) {
+    TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
 }  // namespace
 
 AddressSpaceReservation::AddressSpaceReservation(size_t headroomBytes) {
@@ -21,7 +26,6 @@ AddressSpaceReservation::AddressSpaceReservation(size_t headroomBytes) {
             void* region = VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_NOACCESS);
             if (!region) break;
             m_regions.push_back(region);
-            m_reserved += size;
         }
     }
     // The headroom is given back from the small end of the list, where the regions are smallest.
@@ -33,7 +37,6 @@ AddressSpaceReservation::AddressSpaceReservation(size_t headroomBytes) {
         VirtualFree(region, 0, MEM_RELEASE);
         m_regions.pop_back();
         given += info.RegionSize;
-        m_reserved -= info.RegionSize;
     }
 }
 
@@ -48,7 +51,6 @@ HeapFill::HeapFill() {
             if (!block) break;
             *static_cast<void**>(block) = m_head;
             m_head = block;
-            m_filled += size;
         }
     }
 }
@@ -60,15 +62,6 @@ HeapFill::~HeapFill() {
         m_head = next;
     }
 }
-
-namespace {
-
-LONG WINAPI EndProcessWithExceptionCode(EXCEPTION_POINTERS* exception) {
-    TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
-    return EXCEPTION_EXECUTE_HANDLER;
-}
-
-}  // namespace
 
 void EndProcessOnCrash() noexcept {
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);

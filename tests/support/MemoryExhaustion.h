@@ -11,8 +11,9 @@
 namespace zel::test {
 
 // Reserves every free region of the address space of 512 KiB or more (VirtualAlloc
-// MEM_RESERVE, largest first) while it lives; the destructor releases them. At least `headroomBytes` are released again at
-// once, smallest regions first, so that allocations still succeed until they are used up.
+// MEM_RESERVE, largest first) while it lives; the destructor releases them. At least
+// `headroomBytes` are released again at once, smallest regions first, so that allocations
+// still succeed until they are used up.
 class AddressSpaceReservation {
 public:
     explicit AddressSpaceReservation(size_t headroomBytes = 0);
@@ -20,12 +21,8 @@ public:
     AddressSpaceReservation(const AddressSpaceReservation&) = delete;
     AddressSpaceReservation& operator=(const AddressSpaceReservation&) = delete;
 
-    // Bytes held reserved now.
-    size_t ReservedBytes() const noexcept { return m_reserved; }
-
 private:
     std::vector<void*> m_regions;
-    size_t m_reserved = 0;
 };
 
 // Allocates from the C runtime's heap (malloc) in ever smaller blocks down to 64 bytes, until
@@ -39,11 +36,8 @@ public:
     HeapFill(const HeapFill&) = delete;
     HeapFill& operator=(const HeapFill&) = delete;
 
-    size_t FilledBytes() const noexcept { return m_filled; }
-
 private:
     void* m_head = nullptr;
-    size_t m_filled = 0;
 };
 
 // For a child process that runs out of memory on purpose: an unhandled exception ends the
