@@ -27,9 +27,24 @@ void SetZero(VARIANT* v, VARTYPE type) noexcept {
     V_UI8(v) = 0;
 }
 
+// Whether `value` is a null BSTR, held directly or by a VT_BYREF|VT_BSTR reference.
+bool IsNullText(const VARIANT& value) noexcept {
+    if (V_VT(&value) == VT_BSTR) return !V_BSTR(&value);
+    if (V_VT(&value) == (VT_BYREF | VT_BSTR)) return V_BSTRREF(&value) && !*V_BSTRREF(&value);
+    return false;
+}
+
 }  // namespace
 
 HRESULT BoundArgument::ConvertIn(const VARIANT& value) noexcept {
+    // A null string of the declared type goes in as it is: the methods tell a missing string
+    // from an empty one (a null table of ColOpen fails, a null restriction restricts nothing),
+    // and the platform's copy below would turn it into an empty string.
+    if (m_spec.type == VT_BSTR && IsNullText(value)) {
+        SetZero(m_local.put(), VT_BSTR);
+        m_in = m_local.get();
+        return S_OK;
+    }
     // The value is always copied, also when it has the declared type already: the caller's
     // VARIANT may be cleared by Attach when the same one also serves as an out-argument.
     // VariantCopyInd does not modify its source; its signature is not const-correct.
