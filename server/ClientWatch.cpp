@@ -28,8 +28,14 @@ bool ClientWatch::Observe(unsigned connections) noexcept {
         m_quiet = 0;
         return false;
     }
-    if (!m_seen) return false;
+    if (!m_seen) return m_judgeUnseen && ++m_quiet >= kUnseenObservations;
     return ++m_quiet >= kQuietObservations;
+}
+
+bool ConnectionThreadsAreVisible() noexcept {
+    // Wine's ntdll exports its version; Windows' does not.
+    HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    return ntdll && GetProcAddress(ntdll, "wine_get_version") && ThreadDescriptionReader();
 }
 
 unsigned CountClientConnections() noexcept {
