@@ -64,14 +64,14 @@ void CKobPmDb32Module::OnServerLock(bool lock) {
         // objects itself at this point; Wine does not, and would hand the dying process's
         // class objects to the next client. Then the monitor thread ends the message loop.
         s_instance->RevokeClassObjects();
-        SetEvent(s_instance->m_shutdownEvent);
+        SetEvent(s_instance->m_shutdownEvent.get());
     }
 }
 
 DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
     auto* module = static_cast<CKobPmDb32Module*>(parameter);
     ClientWatch watch;
-    while (WaitForSingleObject(module->m_shutdownEvent, ClientWatch::kInterval) == WAIT_TIMEOUT) {
+    while (WaitForSingleObject(module->m_shutdownEvent.get(), ClientWatch::kInterval) == WAIT_TIMEOUT) {
         // Objects are still referenced: when no client can reach them any more (every one
         // died, ClientWatch.h), end the process as their release would have.
         if (module->m_clientSeen.load()) watch.NoteConnection();
@@ -106,13 +106,14 @@ HRESULT CKobPmDb32Module::RunServer() {
         RevokeClassObjects();
         return hr;
     }
-    m_shutdownEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    HANDLE monitor = m_shutdownEvent ? CreateThread(nullptr, 0, &MonitorThread, this, 0, nullptr) : nullptr;
+    m_shutdownEvent.reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    UniqueHandle monitor(m_shutdownEvent ? CreateThread(nullptr, 0, &MonitorThread, this, 0, nullptr) : nullptr);
     hr = monitor ? CoResumeClassObjects() : HRESULT_FROM_WIN32(GetLastError());
     if (FAILED(hr)) {
-        if (m_shutdownEvent) SetEvent(m_shutdownEvent);
-        if (monitor) WaitForSingleObject(monitor, 2 * kShutdownTimeout);
-        if (monitor) CloseHandle(monitor);
+        if (m_shutdownEvent) SetEvent(m_shutdownEvent.get());
+        if (monitor) WaitForSingleObject(monitor.get(), 2 * kShutdownTimeout);
+        monitor.reset();
+        m_shutdownEvent.reset();
         RevokeClassObjects();
         return hr;
     }
@@ -122,10 +123,9 @@ HRESULT CKobPmDb32Module::RunServer() {
         TranslateMessage(&message);
         DispatchMessageW(&message);
     }
-    WaitForSingleObject(monitor, kShutdownTimeout);
-    CloseHandle(monitor);
-    CloseHandle(m_shutdownEvent);
-    m_shutdownEvent = nullptr;
+    WaitForSingleObject(monitor.get(), kShutdownTimeout);
+    monitor.reset();
+    m_shutdownEvent.reset();
     RevokeClassObjects();
     return static_cast<HRESULT>(message.wParam);
 }

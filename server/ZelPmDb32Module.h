@@ -6,6 +6,8 @@
 
 #include <atomic>
 
+#include "common/Win32Handles.h"
+
 namespace zel {
 
 class CKobPmDb32Module {
@@ -23,7 +25,7 @@ private:
 
     static CKobPmDb32Module* s_instance;
     DWORD m_mainThreadId = 0;
-    HANDLE m_shutdownEvent = nullptr;
+    UniqueHandle m_shutdownEvent;
     DWORD m_cookies[2] = {};
     std::atomic<long> m_locks{0};  // objects and server locks, as counted for COM
     std::atomic<bool> m_clientSeen{false};  // a client connection was there when an object was made

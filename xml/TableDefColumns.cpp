@@ -2,25 +2,12 @@
 
 #include <oleauto.h>
 
+#include "common/OleDbMemory.h"
+
 namespace zel {
 
 const GUID DBPROPSET_JETOLEDB_COLUMN = {
     0x820bf922, 0x6ac8, 0x11d1, {0x9f, 0x02, 0x00, 0xc0, 0x4f, 0xc2, 0xc2, 0xe0}};
-
-namespace {
-
-void FreePropertySets(DBPROPSET* sets, ULONG count) noexcept {
-    if (!sets) return;
-    for (ULONG s = 0; s < count; ++s) {
-        DBPROP* properties = sets[s].rgProperties;
-        if (!properties) continue;
-        for (ULONG p = 0; p < sets[s].cProperties; ++p) VariantClear(&properties[p].vValue);
-        CoTaskMemFree(properties);
-    }
-    CoTaskMemFree(sets);
-}
-
-}  // namespace
 
 void FreeTableDefColumns(DBCOLUMNDESC* columns, DBORDINAL count) noexcept {
     if (!columns) return;
@@ -28,7 +15,7 @@ void FreeTableDefColumns(DBCOLUMNDESC* columns, DBORDINAL count) noexcept {
         DBCOLUMNDESC& column = columns[i];
         if (column.dbcid.eKind == DBKIND_NAME) CoTaskMemFree(column.dbcid.uName.pwszName);
         CoTaskMemFree(column.pwszTypeName);
-        FreePropertySets(column.rgPropertySets, column.cPropertySets);
+        ClearColumnDesc(column);
     }
     CoTaskMemFree(columns);
 }

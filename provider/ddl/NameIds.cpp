@@ -1,9 +1,6 @@
 #include "provider/ddl/NameIds.h"
 
-#include <cstring>
-#include <new>
-
-#include "common/CoTaskMem.h"
+#include "common/OleDbMemory.h"
 
 namespace zel::lite {
 
@@ -12,16 +9,18 @@ std::optional<std::wstring> NameOf(const DBID* id) {
     return std::wstring(id->uName.pwszName);
 }
 
-DBID* NewNameId(std::wstring_view name) {
-    CoTaskMem<DBID> id(static_cast<DBID*>(CoTaskMemAlloc(sizeof(DBID))));
-    CoTaskMem<OLECHAR> text(static_cast<OLECHAR*>(CoTaskMemAlloc((name.size() + 1) * sizeof(OLECHAR))));
-    if (!id || !text) throw std::bad_alloc();
-    memcpy(text.get(), name.data(), name.size() * sizeof(OLECHAR));
-    text[name.size()] = L'\0';
-    *id.get() = DBID{};
+void FreeNameId(DBID* id) noexcept {
+    if (!id) return;
+    CoTaskMemFree(id->uName.pwszName);
+    CoTaskMemFree(id);
+}
+
+NameId NewNameId(std::wstring_view name) {
+    CoTaskMem<DBID> id(AllocateZeroed<DBID>(1));
+    CoTaskMem<OLECHAR> text = CopyToCoTaskMem(name);
     id->eKind = DBKIND_NAME;
     id->uName.pwszName = text.release();
-    return id.release();
+    return NameId(id.release());
 }
 
 }  // namespace zel::lite

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <new>
 #include <utility>
 
-#include "common/CoTaskMem.h"
+#include "common/OleDbMemory.h"
 #include "provider/ddl/DefaultValue.h"
 #include "provider/sqlite/TableCatalog.h"
 #include "provider/text/Utf.h"
@@ -14,6 +13,12 @@
 namespace zel::lite {
 
 namespace {
+
+// Every array handed out is non-null, even an empty one.
+template <typename T>
+T* Allocate(size_t count) {
+    return AllocateZeroed<T>(std::max<size_t>(count, 1));
+}
 
 // The string buffer is made last: every name is recorded with the place its pointer goes, and
 // the pointers are set once the buffer exists (the structures they live in never move).
@@ -29,9 +34,7 @@ public:
     }
     OLECHAR* Finish() {
         if (!m_wanted) return nullptr;
-        CoTaskMem<OLECHAR> buffer(
-            static_cast<OLECHAR*>(CoTaskMemAlloc(std::max<size_t>(m_text.size(), 1) * sizeof(OLECHAR))));
-        if (!buffer) throw std::bad_alloc();
+        CoTaskMem<OLECHAR> buffer(Allocate<OLECHAR>(m_text.size()));
         if (!m_text.empty()) memcpy(buffer.get(), m_text.data(), m_text.size() * sizeof(OLECHAR));
         for (auto& [target, offset] : m_places) *target = buffer.get() + offset;
         return buffer.release();
@@ -43,52 +46,15 @@ private:
     std::vector<std::pair<OLECHAR**, size_t>> m_places;
 };
 
-template <typename T>
-T* Allocate(size_t count) {
-    void* block = CoTaskMemAlloc(std::max<size_t>(count, 1) * sizeof(T));
-    if (!block) throw std::bad_alloc();
-    memset(block, 0, std::max<size_t>(count, 1) * sizeof(T));
-    return static_cast<T*>(block);
+void ClearConstraintDesc(DBCONSTRAINTDESC& desc) noexcept {
+    CoTaskMemFree(desc.pConstraintID);
+    CoTaskMemFree(desc.rgColumnList);
+    CoTaskMemFree(desc.pReferencedTableID);
+    CoTaskMemFree(desc.rgForeignKeyColumnList);
+    desc = DBCONSTRAINTDESC{};
 }
 
-void FreeColumnDescs(DBCOLUMNDESC* columns, size_t count) noexcept {
-    for (size_t i = 0; columns && i < count; ++i) {
-        DBCOLUMNDESC& d = columns[i];
-        for (ULONG s = 0; d.rgPropertySets && s < d.cPropertySets; ++s) {
-            DBPROPSET& set = d.rgPropertySets[s];
-            for (ULONG p = 0; set.rgProperties && p < set.cProperties; ++p) VariantClear(&set.rgProperties[p].vValue);
-            CoTaskMemFree(set.rgProperties);
-        }
-        CoTaskMemFree(d.rgPropertySets);
-    }
-    CoTaskMemFree(columns);
-}
-
-void FreeConstraints(DBCONSTRAINTDESC* constraints, size_t count) noexcept {
-    for (size_t i = 0; constraints && i < count; ++i) {
-        CoTaskMemFree(constraints[i].pConstraintID);
-        CoTaskMemFree(constraints[i].rgColumnList);
-        CoTaskMemFree(constraints[i].pReferencedTableID);
-        CoTaskMemFree(constraints[i].rgForeignKeyColumnList);
-    }
-    CoTaskMemFree(constraints);
-}
-
-// Frees what was built when building fails half-way.
-template <typename T, void (*Free)(T*, size_t) noexcept>
-class Built {
-public:
-    explicit Built(size_t count) : m_items(Allocate<T>(count)), m_count(count) {}
-    Built(const Built&) = delete;
-    Built& operator=(const Built&) = delete;
-    ~Built() { Free(m_items, m_count); }
-    T& operator[](size_t i) { return m_items[i]; }
-    T* release() noexcept { return std::exchange(m_items, nullptr); }
-
-private:
-    T* m_items;
-    size_t m_count;
-};
+using ConstraintDescs = CoTaskMemArray<DBCONSTRAINTDESC, &ClearConstraintDesc>;
 
 Variant Number(std::int64_t value) {
     Variant v;
@@ -232,10 +198,11 @@ void WriteTableDefinition(const std::vector<ColumnDefinition>& columns, const st
     StringPool strings(out.strings != nullptr);
     const bool wantColumns = out.columnCount && out.columns;
     const bool wantConstraints = out.constraintCount && out.constraints;
-    Built<DBCOLUMNDESC, FreeColumnDescs> descs(wantColumns ? columns.size() : 0);
+    ColumnDescs descs(Allocate<DBCOLUMNDESC>(wantColumns ? columns.size() : 0), wantColumns ? columns.size() : 0);
     if (wantColumns)
         for (size_t i = 0; i < columns.size(); ++i) FillColumn(descs[i], columns[i], strings);
-    Built<DBCONSTRAINTDESC, FreeConstraints> keys(wantConstraints ? constraints.size() : 0);
+    ConstraintDescs keys(Allocate<DBCONSTRAINTDESC>(wantConstraints ? constraints.size() : 0),
+                         wantConstraints ? constraints.size() : 0);
     if (wantConstraints)
         for (size_t i = 0; i < constraints.size(); ++i) FillConstraint(keys[i], constraints[i], strings);
     OLECHAR* buffer = strings.Finish();  // the last step that can fail

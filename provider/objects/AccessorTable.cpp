@@ -4,13 +4,19 @@
 
 #include <cstring>
 
-#include "common/CoTaskMem.h"
+#include "common/OleDbMemory.h"
 #include "provider/errors/Errors.h"
 #include "provider/values/DataConversion.h"
 
 namespace zel::lite {
 
 namespace {
+
+// A binding handed out by GetBindings owns its DBOBJECT copy.
+void ClearBinding(DBBINDING& binding) noexcept {
+    CoTaskMemFree(binding.pObject);
+    binding.pObject = nullptr;
+}
 
 constexpr DBACCESSORFLAGS kKnownFlags =
     DBACCESSOR_PASSBYREF | DBACCESSOR_ROWDATA | DBACCESSOR_PARAMETERDATA | DBACCESSOR_OPTIMIZED | DBACCESSOR_INHERITED;
@@ -106,19 +112,13 @@ void AccessorTable::GetBindings(HACCESSOR handle, DBACCESSORFLAGS* flags, DBCOUN
     *bindings = nullptr;
     auto accessor = Get(handle);
     const size_t n = accessor->bindings.size();
-    CoTaskMem<DBBINDING> out(n ? static_cast<DBBINDING*>(CoTaskMemAlloc(sizeof(DBBINDING) * n)) : nullptr);
-    if (n && !out) Fail(E_OUTOFMEMORY);
+    CoTaskMemArray<DBBINDING, &ClearBinding> out(n);
     for (size_t i = 0; i < n; ++i) {
-        out[i] = accessor->bindings[i];
-        if (out[i].pObject) {
-            auto object = static_cast<DBOBJECT*>(CoTaskMemAlloc(sizeof(DBOBJECT)));
-            if (!object) {
-                for (size_t j = 0; j < i; ++j) CoTaskMemFree(out[j].pObject);
-                Fail(E_OUTOFMEMORY);
-            }
-            *object = *accessor->bindings[i].pObject;
-            out[i].pObject = object;
-        }
+        const DBBINDING& binding = accessor->bindings[i];
+        CoTaskMem<DBOBJECT> object(binding.pObject ? AllocateZeroed<DBOBJECT>(1) : nullptr);
+        if (object) *object.get() = *binding.pObject;
+        out[i] = binding;
+        out[i].pObject = object.release();
     }
     *flags = accessor->flags;
     *count = n;

@@ -2,8 +2,7 @@
 
 #include <oledberr.h>
 
-#include <cstring>
-
+#include "common/OleDbMemory.h"
 #include "provider/errors/Errors.h"
 #include "provider/objects/Rowset.h"
 #include "provider/objects/Session.h"
@@ -129,11 +128,7 @@ STDMETHODIMP Command::GetCommandText(GUID* dialect, LPOLESTR* text) {
         *text = nullptr;
         std::lock_guard guard(m_lock);
         if (!m_hasText) Fail(DB_E_NOCOMMAND);
-        const size_t bytes = (m_text.size() + 1) * sizeof(wchar_t);
-        auto copy = static_cast<LPOLESTR>(CoTaskMemAlloc(bytes));
-        if (!copy) Fail(E_OUTOFMEMORY);
-        memcpy(copy, m_text.c_str(), bytes);
-        *text = copy;
+        *text = CopyToCoTaskMem(m_text).release();
         HRESULT hr = S_OK;
         if (dialect) {
             if (*dialect != DBGUID_DEFAULT && *dialect != DBGUID_SQL && *dialect != GUID_NULL)

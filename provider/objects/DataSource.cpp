@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "common/CoTaskMem.h"
+#include "common/OleDbMemory.h"
 #include "provider/ProviderIdentity.h"
 #include "provider/errors/Errors.h"
 #include "provider/objects/Session.h"
@@ -238,10 +238,7 @@ STDMETHODIMP DataSource::GetKeywords(LPOLESTR* keywords) {
         if (!keywords) Fail(E_INVALIDARG);
         *keywords = nullptr;
         RequireInitialized();
-        auto copy = static_cast<LPOLESTR>(CoTaskMemAlloc(sizeof(kKeywords)));
-        if (!copy) Fail(E_OUTOFMEMORY);
-        memcpy(copy, kKeywords, sizeof(kKeywords));
-        *keywords = copy;
+        *keywords = CopyToCoTaskMem(kKeywords).release();
         return S_OK;
     }
     ZEL_CATCH_RETURN()
@@ -274,9 +271,8 @@ STDMETHODIMP DataSource::GetLiteralInfo(ULONG count, const DBLITERAL literals[],
                 measure(e->invalidChars);
                 measure(e->invalidStartingChars);
             }
-        CoTaskMem<DBLITERALINFO> out(static_cast<DBLITERALINFO*>(CoTaskMemAlloc(sizeof(DBLITERALINFO) * wanted.size())));
-        CoTaskMem<OLECHAR> text(textSize ? static_cast<OLECHAR*>(CoTaskMemAlloc(textSize * sizeof(OLECHAR))) : nullptr);
-        if (!out || (textSize && !text)) Fail(E_OUTOFMEMORY);
+        CoTaskMem<DBLITERALINFO> out(AllocateZeroed<DBLITERALINFO>(wanted.size()));
+        CoTaskMem<OLECHAR> text(AllocateZeroed<OLECHAR>(textSize));
         OLECHAR* cursor = text.get();
         auto place = [&](const wchar_t* s) -> LPOLESTR {
             if (!s) return nullptr;

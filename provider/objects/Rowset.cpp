@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "common/CoTaskMem.h"
+#include "common/OleDbMemory.h"
 #include "provider/errors/Errors.h"
 #include "provider/objects/RowsetChange.h"
 #include "provider/objects/StorageObject.h"
@@ -189,8 +189,7 @@ STDMETHODIMP Rowset::GetNextRows(HCHAPTER chapter, DBROWOFFSET offset, DBROWCOUN
         if (fetched.empty()) return ClearErrorAndReturn(DB_S_ENDOFROWSET);
         HROW* out = *rows;
         if (!out) {
-            out = static_cast<HROW*>(CoTaskMemAlloc(sizeof(HROW) * fetched.size()));
-            if (!out) Fail(E_OUTOFMEMORY);
+            out = AllocateZeroed<HROW>(fetched.size());
         }
         for (size_t i = 0; i < fetched.size(); ++i) {
             HROW handle = RowCache::HandleOf(fetched[i]);
@@ -288,9 +287,8 @@ STDMETHODIMP Rowset::GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHA
         const size_t n = cols.size() + 1 - first;
         size_t textSize = 0;
         for (const auto& c : cols) textSize += c.name.size() + 1;
-        CoTaskMem<DBCOLUMNINFO> out(static_cast<DBCOLUMNINFO*>(CoTaskMemAlloc(sizeof(DBCOLUMNINFO) * (n ? n : 1))));
-        CoTaskMem<OLECHAR> text(static_cast<OLECHAR*>(CoTaskMemAlloc(sizeof(OLECHAR) * (textSize ? textSize : 1))));
-        if (!out || !text) Fail(E_OUTOFMEMORY);
+        CoTaskMem<DBCOLUMNINFO> out(AllocateZeroed<DBCOLUMNINFO>(n ? n : 1));
+        CoTaskMem<OLECHAR> text(AllocateZeroed<OLECHAR>(textSize ? textSize : 1));
         OLECHAR* cursor = text.get();
         const bool writable = m_changeable && m_database && !m_database->options().readOnly;
         for (size_t i = 0; i < n; ++i) {

@@ -2,7 +2,7 @@
 // rows (SchemaRowsets) and hands them out as a read-only rowset.
 #include <oledberr.h>
 
-#include "common/CoTaskMem.h"
+#include "common/OleDbMemory.h"
 #include "provider/errors/Errors.h"
 #include "provider/objects/Rowset.h"
 #include "provider/objects/Session.h"
@@ -68,9 +68,8 @@ STDMETHODIMP Session::GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** res
         if (restrictionSupport) *restrictionSupport = nullptr;
         if (!schemaCount || !schemas || !restrictionSupport) Fail(E_INVALIDARG);
         const std::vector<SchemaSupport> supported = SupportedSchemas();
-        CoTaskMem<GUID> guids(static_cast<GUID*>(CoTaskMemAlloc(sizeof(GUID) * supported.size())));
-        CoTaskMem<ULONG> masks(static_cast<ULONG*>(CoTaskMemAlloc(sizeof(ULONG) * supported.size())));
-        if (!guids || !masks) Fail(E_OUTOFMEMORY);
+        CoTaskMem<GUID> guids(AllocateZeroed<GUID>(supported.size()));
+        CoTaskMem<ULONG> masks(AllocateZeroed<ULONG>(supported.size()));
         for (size_t i = 0; i < supported.size(); ++i) {
             guids[i] = *supported[i].schema;
             masks[i] = supported[i].restrictionMask;

@@ -23,17 +23,6 @@ namespace zel::lite {
 
 namespace {
 
-// Frees a DBID made by NewNameId unless it is handed out.
-struct OwnedId {
-    DBID* id = nullptr;
-    ~OwnedId() {
-        if (!id) return;
-        CoTaskMemFree(id->uName.pwszName);
-        CoTaskMemFree(id);
-    }
-    DBID* release() noexcept { return std::exchange(id, nullptr); }
-};
-
 void CheckSets(ULONG setCount, const DBPROPSET sets[]) {
     if (setCount && !sets) Fail(E_INVALIDARG, L"cPropertySets is not zero and rgPropertySets is null.");
     for (ULONG i = 0; i < setCount; ++i)
@@ -115,7 +104,7 @@ STDMETHODIMP Session::CreateTable(IUnknown* outer, DBID* tableId, DBORDINAL colu
         if (wantRowset && !RowsetOffers(riid, tableProperties.wantsRowsetChange))
             Fail(E_NOINTERFACE, L"A rowset over a table does not offer the interface asked for.");
 
-        OwnedId id;
+        NameId id;
         {
             std::lock_guard guard(m_lock);
             RequireWritable(*m_database);
@@ -127,7 +116,7 @@ STDMETHODIMP Session::CreateTable(IUnknown* outer, DBID* tableId, DBORDINAL colu
             if (SchemaNameExists(*m_database, *name))
                 Fail(DB_E_DUPLICATETABLEID, L"table " + *name + L" already exists (or another object has its name)",
                      L"42S01");
-            if (newTableId || wantRowset) id.id = NewNameId(*name);
+            if (newTableId || wantRowset) id = NewNameId(*name);
             SchemaTransaction transaction(*m_database);
             CreateTableFrom(*m_database, *name, std::move(read.columns));
             transaction.Commit();
@@ -135,7 +124,7 @@ STDMETHODIMP Session::CreateTable(IUnknown* outer, DBID* tableId, DBORDINAL colu
         HRESULT opened = S_OK;
         if (wantRowset) {
             // The table exists from here on; a rowset that cannot be opened leaves it in place.
-            opened = OpenRowset(outer, id.id, nullptr, riid, static_cast<ULONG>(tableProperties.rowsetSets.size()),
+            opened = OpenRowset(outer, id.get(), nullptr, riid, static_cast<ULONG>(tableProperties.rowsetSets.size()),
                                 tableProperties.rowsetSets.data(), rowset);
             if (FAILED(opened)) return opened;
         }
@@ -183,8 +172,8 @@ STDMETHODIMP Session::AddColumn(DBID* tableId, DBCOLUMNDESC* columnDesc, DBID** 
             if (!read.optionalFailed) read.propertyMessage = why;
             read.optionalFailed = true;
         }
-        OwnedId id;
-        if (newColumnId) id.id = NewNameId(c.name);
+        NameId id;
+        if (newColumnId) id = NewNameId(c.name);
         SchemaTransaction transaction(*m_database);
         AddColumnTo(*m_database, table, std::move(read.definition));
         transaction.Commit();
@@ -257,8 +246,8 @@ STDMETHODIMP Session::CreateIndex(DBID* tableId, DBID* indexId, DBORDINAL indexC
         SchemaTransaction transaction(*m_database);
         CreatedIndex created =
             CreateIndexOn(*m_database, table, index, indexColumnCount, indexColumnDescs, setCount, sets);
-        OwnedId id;
-        if (newIndexId) id.id = NewNameId(created.name);
+        NameId id;
+        if (newIndexId) id = NewNameId(created.name);
         transaction.Commit();
         if (newIndexId) *newIndexId = id.release();
         return WarnOrSucceed(created.result == DB_S_ERRORSOCCURRED, L"");

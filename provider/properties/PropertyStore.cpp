@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "common/CoTaskMem.h"
 #include "common/ComError.h"
+#include "common/OleDbMemory.h"
 
 namespace zel::lite {
 
@@ -17,24 +17,6 @@ bool Contains(std::span<const GUID* const> sets, REFGUID set) {
     for (const GUID* s : sets)
         if (*s == set) return true;
     return false;
-}
-
-template <typename T>
-T* AllocateArray(size_t count) {
-    if (count == 0) return nullptr;
-    auto p = static_cast<T*>(CoTaskMemAlloc(sizeof(T) * count));
-    if (!p) throw std::bad_alloc();
-    memset(static_cast<void*>(p), 0, sizeof(T) * count);
-    return p;
-}
-
-void FreePropertySets(DBPROPSET* sets, ULONG count) noexcept {
-    if (!sets) return;
-    for (ULONG i = 0; i < count; ++i) {
-        for (ULONG p = 0; p < sets[i].cProperties; ++p) VariantClear(&sets[i].rgProperties[p].vValue);
-        CoTaskMemFree(sets[i].rgProperties);
-    }
-    CoTaskMemFree(sets);
 }
 
 bool IsInteger(VARTYPE vt) {
@@ -140,52 +122,48 @@ HRESULT PropertyStore::GetProperties(ULONG idSetCount, const DBPROPIDSET* idSets
         }
     }
 
-    DBPROPSET* out = AllocateArray<DBPROPSET>(requests.size());
+    PropertySets out(requests.size());
     ULONG total = 0, errors = 0;
-    try {
-        for (size_t r = 0; r < requests.size(); ++r) {
-            const Request& request = requests[r];
-            const bool isVisible = Contains(visible, *request.set);
-            std::vector<size_t> found;
-            std::vector<DBPROPID> ids = request.ids;
-            if (request.all) {
-                // Initialization properties that were never given stay out of "all": clients
-                // build connection strings from this list (Wine's GetInitializationString stops
-                // at the first empty one).
-                const bool skipEmpty = *request.set == DBPROPSET_DBINIT;
-                if (isVisible)
-                    for (size_t i = 0; i < m_definitions.size(); ++i)
-                        if (*m_definitions[i].set == *request.set && !(skipEmpty && m_values[i].vt() == VT_EMPTY))
-                            ids.push_back(m_definitions[i].id);
-                if (ids.empty() && !isVisible) ++errors, ++total;  // an unknown set asked for as a whole
-            }
-            out[r].guidPropertySet = *request.set;
-            out[r].cProperties = static_cast<ULONG>(ids.size());
-            out[r].rgProperties = AllocateArray<DBPROP>(ids.size());
-            for (size_t p = 0; p < ids.size(); ++p) {
-                DBPROP& prop = out[r].rgProperties[p];
-                prop.dwPropertyID = ids[p];
-                prop.colid = DB_NULLID;
-                VariantInit(&prop.vValue);
-                ++total;
-                size_t index = isVisible ? IndexOf(*request.set, ids[p]) : kNotFound;
-                if (index == kNotFound) {
-                    prop.dwStatus = DBPROPSTATUS_NOTSUPPORTED;
-                    prop.dwOptions = DBPROPOPTIONS_REQUIRED;
-                    ++errors;
-                    continue;
-                }
-                prop.dwStatus = DBPROPSTATUS_OK;
-                prop.dwOptions = m_options[index];
-                ZEL_THROW_IF_FAILED(VariantCopy(&prop.vValue, const_cast<VARIANT*>(m_values[index].get())));
-            }
+    for (size_t r = 0; r < requests.size(); ++r) {
+        const Request& request = requests[r];
+        const bool isVisible = Contains(visible, *request.set);
+        std::vector<size_t> found;
+        std::vector<DBPROPID> ids = request.ids;
+        if (request.all) {
+            // Initialization properties that were never given stay out of "all": clients
+            // build connection strings from this list (Wine's GetInitializationString stops
+            // at the first empty one).
+            const bool skipEmpty = *request.set == DBPROPSET_DBINIT;
+            if (isVisible)
+                for (size_t i = 0; i < m_definitions.size(); ++i)
+                    if (*m_definitions[i].set == *request.set && !(skipEmpty && m_values[i].vt() == VT_EMPTY))
+                        ids.push_back(m_definitions[i].id);
+            if (ids.empty() && !isVisible) ++errors, ++total;  // an unknown set asked for as a whole
         }
-    } catch (...) {
-        FreePropertySets(out, static_cast<ULONG>(requests.size()));
-        throw;
+        out[r].guidPropertySet = *request.set;
+        // Counted only once the array exists: a failed allocation leaves nothing to free.
+        out[r].rgProperties = AllocateZeroed<DBPROP>(ids.size());
+        out[r].cProperties = static_cast<ULONG>(ids.size());
+        for (size_t p = 0; p < ids.size(); ++p) {
+            DBPROP& prop = out[r].rgProperties[p];
+            prop.dwPropertyID = ids[p];
+            prop.colid = DB_NULLID;
+            VariantInit(&prop.vValue);
+            ++total;
+            size_t index = isVisible ? IndexOf(*request.set, ids[p]) : kNotFound;
+            if (index == kNotFound) {
+                prop.dwStatus = DBPROPSTATUS_NOTSUPPORTED;
+                prop.dwOptions = DBPROPOPTIONS_REQUIRED;
+                ++errors;
+                continue;
+            }
+            prop.dwStatus = DBPROPSTATUS_OK;
+            prop.dwOptions = m_options[index];
+            ZEL_THROW_IF_FAILED(VariantCopy(&prop.vValue, const_cast<VARIANT*>(m_values[index].get())));
+        }
     }
-    *setCount = static_cast<ULONG>(requests.size());
-    *sets = out;
+    *setCount = static_cast<ULONG>(out.size());
+    *sets = out.release();
     if (errors == 0) return S_OK;
     return errors == total ? DB_E_ERRORSOCCURRED : DB_S_ERRORSOCCURRED;
 }
@@ -293,44 +271,38 @@ HRESULT PropertyStore::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET* idSe
         for (const auto& e : g.entries)
             if (e.index != kNotFound) textSize += wcslen(m_definitions[e.index].description) + 1;
 
-    DBPROPINFOSET* out = AllocateArray<DBPROPINFOSET>(groups.size());
-    CoTaskMem<OLECHAR> text(descriptions && textSize ? AllocateArray<OLECHAR>(textSize) : nullptr);
+    PropertyInfoSets out(groups.size());
+    CoTaskMem<OLECHAR> text(descriptions && textSize ? AllocateZeroed<OLECHAR>(textSize) : nullptr);
     OLECHAR* cursor = text.get();
-    try {
-        for (size_t g = 0; g < groups.size(); ++g) {
-            out[g].guidPropertySet = groups[g].set;
-            out[g].cPropertyInfos = static_cast<ULONG>(groups[g].entries.size());
-            out[g].rgPropertyInfos = AllocateArray<DBPROPINFO>(groups[g].entries.size());
-            for (size_t e = 0; e < groups[g].entries.size(); ++e) {
-                DBPROPINFO& info = out[g].rgPropertyInfos[e];
-                const Entry& entry = groups[g].entries[e];
-                info.dwPropertyID = entry.id;
-                VariantInit(&info.vValues);
-                ++total;
-                if (entry.index == kNotFound) {
-                    info.dwFlags = DBPROPFLAGS_NOTSUPPORTED;
-                    info.vtType = VT_EMPTY;
-                    ++errors;
-                    continue;
-                }
-                const PropertyDefinition& def = m_definitions[entry.index];
-                info.dwFlags = def.flags;
-                info.vtType = def.type;
-                if (cursor) {
-                    size_t n = wcslen(def.description) + 1;
-                    memcpy(cursor, def.description, n * sizeof(OLECHAR));
-                    info.pwszDescription = cursor;
-                    cursor += n;
-                }
+    for (size_t g = 0; g < groups.size(); ++g) {
+        out[g].guidPropertySet = groups[g].set;
+        out[g].rgPropertyInfos = AllocateZeroed<DBPROPINFO>(groups[g].entries.size());
+        out[g].cPropertyInfos = static_cast<ULONG>(groups[g].entries.size());
+        for (size_t e = 0; e < groups[g].entries.size(); ++e) {
+            DBPROPINFO& info = out[g].rgPropertyInfos[e];
+            const Entry& entry = groups[g].entries[e];
+            info.dwPropertyID = entry.id;
+            VariantInit(&info.vValues);
+            ++total;
+            if (entry.index == kNotFound) {
+                info.dwFlags = DBPROPFLAGS_NOTSUPPORTED;
+                info.vtType = VT_EMPTY;
+                ++errors;
+                continue;
+            }
+            const PropertyDefinition& def = m_definitions[entry.index];
+            info.dwFlags = def.flags;
+            info.vtType = def.type;
+            if (cursor) {
+                size_t n = wcslen(def.description) + 1;
+                memcpy(cursor, def.description, n * sizeof(OLECHAR));
+                info.pwszDescription = cursor;
+                cursor += n;
             }
         }
-    } catch (...) {
-        for (size_t g = 0; g < groups.size(); ++g) CoTaskMemFree(out[g].rgPropertyInfos);
-        CoTaskMemFree(out);
-        throw;
     }
-    *infoSetCount = static_cast<ULONG>(groups.size());
-    *infoSets = out;
+    *infoSetCount = static_cast<ULONG>(out.size());
+    *infoSets = out.release();
     if (descriptions) *descriptions = text.release();
     if (errors == 0) return S_OK;
     return errors == total ? DB_E_ERRORSOCCURRED : DB_S_ERRORSOCCURRED;

@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <iterator>
 
+#include "common/Win32Handles.h"
 #include "provider/errors/Errors.h"
 #include "provider/sqlite/SqliteHandles.h"
 #include "provider/text/Utf.h"
@@ -64,19 +65,20 @@ void ClaimNewFile(const std::wstring& path, const std::wstring& action) {
     if (path.empty()) FailFile(ERROR_INVALID_NAME, action, path);
     // A directory of that name counts as existing too, with the same error.
     if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES) FailFile(ERROR_FILE_EXISTS, action, path);
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) FailFile(GetLastError(), action, path);
-    CloseHandle(file);  // nothing was written; the empty file only reserves the name
+    UniqueHandle file = AdoptFileHandle(
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) FailFile(GetLastError(), action, path);
+    // nothing is written; the empty file only reserves the name
 }
 
 // Flushes `path` to the disk, so that a copy about to replace its original is complete there.
 void FlushFile(const std::wstring& path, const std::wstring& action) {
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) FailFile(GetLastError(), action, path);
-    const bool flushed = FlushFileBuffers(file) != FALSE;
+    UniqueHandle file = AdoptFileHandle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) FailFile(GetLastError(), action, path);
+    const bool flushed = FlushFileBuffers(file.get()) != FALSE;
     const DWORD error = GetLastError();
-    CloseHandle(file);  // closed before a failure throws
+    file.reset();  // closed before a failure throws
     if (!flushed) FailFile(error, action, path);
 }
 
