@@ -200,20 +200,15 @@ bool MarkConflicting(const DBCOLUMNDESC& desc, const GUID& set, DBPROPID id) {
     return required;
 }
 
-ColumnDescResult ReadColumnDesc(const DBCOLUMNDESC& desc, ColumnPurpose purpose) {
-    ColumnDescResult result;
-    ColumnDefinition& d = result.definition;
-    std::optional<std::wstring> name = NameOf(&desc.dbcid);
-    if (!name) {
-        result.error = DB_E_BADCOLUMNID;
-        result.message = L"A column id must be a DBKIND_NAME id with a non-empty name.";
-    }
-    d.name = name.value_or(L"");
-    PropertyReader reader(result, d.name);
-    Given given = Collect(desc, reader);
+namespace {
 
+// The declared type from the type name or wType, with DBPROP_COL_ISLONG and
+// DBPROP_COL_FIXEDLENGTH. False when no type fits (the error is in `result`).
+bool ReadColumnType(const DBCOLUMNDESC& desc, Given& given, PropertyReader& reader, ColumnDescResult& result,
+                    Setting<bool>& fixed) {
+    ColumnDefinition& d = result.definition;
     Setting<bool> isLong = reader.Bool(given.isLong);
-    Setting<bool> fixed = reader.Bool(given.fixedLength);
+    fixed = reader.Bool(given.fixedLength);
     TypeRequest request;
     request.typeName = desc.pwszTypeName;
     request.wType = desc.wType;
@@ -228,7 +223,7 @@ ColumnDescResult ReadColumnDesc(const DBCOLUMNDESC& desc, ColumnPurpose purpose)
             result.error = declared.error;
             result.message = L"Column '" + d.name + L"': " + declared.message;
         }
-        return result;
+        return false;
     }
     d.declaredType = declared.declaration;
     d.type = declared.type;
@@ -240,7 +235,11 @@ ColumnDescResult ReadColumnDesc(const DBCOLUMNDESC& desc, ColumnPurpose purpose)
         reader.Refuse(given.fixedLength, DBPROPSTATUS_CONFLICTING, L"a long column cannot be fixed-length.");
         fixed.reset();
     }
+    return true;
+}
 
+// DBPROP_COL_AUTOINCREMENT, _SEED and _INCREMENT into the definition.
+void ReadIdentity(Given& given, PropertyReader& reader, ColumnDefinition& d) {
     Setting<bool> identity = reader.Bool(given.autoIncrement);
     if (identity == true && !IsIntegerType(d.type.type)) {
         reader.Refuse(given.autoIncrement, DBPROPSTATUS_CONFLICTING, L"only integer columns can be identity columns.");
@@ -261,7 +260,14 @@ ColumnDescResult ReadColumnDesc(const DBCOLUMNDESC& desc, ColumnPurpose purpose)
         reader.Refuse(given.increment, DBPROPSTATUS_BADVALUE, L"the increment cannot be 0.");
         increment.reset();
     }
+    d.identity = isIdentity ? Identity::Counter : Identity::None;
+    d.seed = seed.value_or(1);
+    d.increment = increment.value_or(1);
+}
 
+// DBPROP_COL_PRIMARYKEY, _UNIQUE and _NULLABLE into the definition (after the identity).
+void ReadKeys(Given& given, PropertyReader& reader, ColumnPurpose purpose, ColumnDefinition& d) {
+    const bool isIdentity = d.identity != Identity::None;
     Setting<bool> primaryKey = reader.Bool(given.primaryKey);
     Setting<bool> unique = reader.Bool(given.unique);
     if (purpose == ColumnPurpose::AddColumn) {
@@ -281,37 +287,58 @@ ColumnDescResult ReadColumnDesc(const DBCOLUMNDESC& desc, ColumnPurpose purpose)
             isIdentity ? L"an identity column is never nullable." : L"a primary-key column is never nullable.");
         nullable.reset();
     }
-    std::optional<std::wstring> description = reader.Text(given.description);
-    Setting<bool> allowZeroLength = reader.Bool(given.allowZeroLength);
-
-    if (given.defaultValue && V_VT(&given.defaultValue->vValue) != VT_EMPTY &&
-        V_VT(&given.defaultValue->vValue) != VT_NULL) {
-        if (isIdentity) {
-            reader.Refuse(given.defaultValue, DBPROPSTATUS_CONFLICTING, L"an identity column has no default.");
-        } else {
-            DefaultClause clause = DefaultFromVariant(given.defaultValue->vValue, d.type);
-            if (clause.status != DBPROPSTATUS_OK) {
-                reader.Refuse(given.defaultValue, clause.status,
-                              L"the value does not convert to the column's type " + d.declaredType + L".");
-            } else if (purpose == ColumnPurpose::AddColumn && clause.expression) {
-                reader.Refuse(given.defaultValue, DBPROPSTATUS_NOTSUPPORTED,
-                              L"SQLite cannot add a column whose default is an expression.");
-            } else if (clause.zeroLengthText && allowZeroLength == false) {
-                reader.Refuse(given.defaultValue, DBPROPSTATUS_CONFLICTING,
-                              L"the default is a zero-length string, which the column does not allow.");
-            } else {
-                d.defaultSql = clause.sql;
-            }
-        }
-    }
-
     d.primaryKey = primaryKey.value_or(false);
     d.unique = unique.value_or(false);
     d.nullable = nullable.value_or(true) && !d.primaryKey && !isIdentity;
-    d.identity = isIdentity ? Identity::Counter : Identity::None;
-    d.seed = seed.value_or(1);
-    d.increment = increment.value_or(1);
-    d.description = description;
+}
+
+// DBPROP_COL_DEFAULT into the definition (after the type, the identity and ALLOWZEROLENGTH).
+void ReadDefault(Given& given, PropertyReader& reader, ColumnPurpose purpose, Setting<bool> allowZeroLength,
+                 ColumnDefinition& d) {
+    if (!given.defaultValue || V_VT(&given.defaultValue->vValue) == VT_EMPTY ||
+        V_VT(&given.defaultValue->vValue) == VT_NULL)
+        return;
+    if (d.identity != Identity::None) {
+        reader.Refuse(given.defaultValue, DBPROPSTATUS_CONFLICTING, L"an identity column has no default.");
+        return;
+    }
+    DefaultClause clause = DefaultFromVariant(given.defaultValue->vValue, d.type);
+    if (clause.status != DBPROPSTATUS_OK) {
+        reader.Refuse(given.defaultValue, clause.status,
+                      L"the value does not convert to the column's type " + d.declaredType + L".");
+    } else if (purpose == ColumnPurpose::AddColumn && clause.expression) {
+        reader.Refuse(given.defaultValue, DBPROPSTATUS_NOTSUPPORTED,
+                      L"SQLite cannot add a column whose default is an expression.");
+    } else if (clause.zeroLengthText && allowZeroLength == false) {
+        reader.Refuse(given.defaultValue, DBPROPSTATUS_CONFLICTING,
+                      L"the default is a zero-length string, which the column does not allow.");
+    } else {
+        d.defaultSql = clause.sql;
+    }
+}
+
+}  // namespace
+
+ColumnDescResult ReadColumnDesc(const DBCOLUMNDESC& desc, ColumnPurpose purpose) {
+    ColumnDescResult result;
+    ColumnDefinition& d = result.definition;
+    std::optional<std::wstring> name = NameOf(&desc.dbcid);
+    if (!name) {
+        result.error = DB_E_BADCOLUMNID;
+        result.message = L"A column id must be a DBKIND_NAME id with a non-empty name.";
+    }
+    d.name = name.value_or(L"");
+    PropertyReader reader(result, d.name);
+    Given given = Collect(desc, reader);
+
+    Setting<bool> fixed;
+    if (!ReadColumnType(desc, given, reader, result, fixed)) return result;
+    ReadIdentity(given, reader, d);
+    ReadKeys(given, reader, purpose, d);
+    d.description = reader.Text(given.description);
+    Setting<bool> allowZeroLength = reader.Bool(given.allowZeroLength);
+    ReadDefault(given, reader, purpose, allowZeroLength, d);
+
     if (given.fixedLength) d.fixedLength = fixed.ToOptional();
     if (d.IsText()) d.allowZeroLength = allowZeroLength.ToOptional();
     return result;

@@ -217,6 +217,69 @@ HRESULT PropertyStore::SetProperties(ULONG setCount, DBPROPSET* sets, std::span<
     return errors == total ? DB_E_ERRORSOCCURRED : DB_S_ERRORSOCCURRED;
 }
 
+std::vector<PropertyStore::InfoGroup> PropertyStore::InfoGroups(ULONG idSetCount, const DBPROPIDSET* idSets,
+                                                                std::span<const GUID* const> visible, ULONG& total,
+                                                                ULONG& errors) const {
+    auto allOf = [&](REFGUID set) {
+        InfoGroup g{set, {}};
+        if (Contains(visible, set))
+            for (size_t i = 0; i < m_definitions.size(); ++i)
+                if (*m_definitions[i].set == set) g.entries.push_back({m_definitions[i].id, i});
+        return g;
+    };
+    std::vector<InfoGroup> groups;
+    if (idSetCount == 0) {
+        for (const GUID* set : visible) groups.push_back(allOf(*set));
+        return groups;
+    }
+    for (ULONG i = 0; i < idSetCount; ++i) {
+        const DBPROPIDSET& request = idSets[i];
+        if (request.cPropertyIDs == 0) {
+            groups.push_back(allOf(request.guidPropertySet));
+            if (groups.back().entries.empty()) ++errors, ++total;
+            continue;
+        }
+        InfoGroup g{request.guidPropertySet, {}};
+        for (ULONG p = 0; p < request.cPropertyIDs; ++p) {
+            size_t index = Contains(visible, request.guidPropertySet)
+                               ? IndexOf(request.guidPropertySet, request.rgPropertyIDs[p])
+                               : kNotFound;
+            g.entries.push_back({request.rgPropertyIDs[p], index});
+        }
+        groups.push_back(std::move(g));
+    }
+    return groups;
+}
+
+void PropertyStore::FillInfoSet(const InfoGroup& group, DBPROPINFOSET& out, OLECHAR*& cursor, ULONG& total,
+                                ULONG& errors) const {
+    out.guidPropertySet = group.set;
+    out.rgPropertyInfos = AllocateZeroed<DBPROPINFO>(group.entries.size());
+    out.cPropertyInfos = static_cast<ULONG>(group.entries.size());
+    for (size_t e = 0; e < group.entries.size(); ++e) {
+        DBPROPINFO& info = out.rgPropertyInfos[e];
+        const InfoEntry& entry = group.entries[e];
+        info.dwPropertyID = entry.id;
+        VariantInit(&info.vValues);
+        ++total;
+        if (entry.index == kNotFound) {
+            info.dwFlags = DBPROPFLAGS_NOTSUPPORTED;
+            info.vtType = VT_EMPTY;
+            ++errors;
+            continue;
+        }
+        const PropertyDefinition& def = m_definitions[entry.index];
+        info.dwFlags = def.flags;
+        info.vtType = def.type;
+        if (cursor) {
+            size_t n = wcslen(def.description) + 1;
+            memcpy(cursor, def.description, n * sizeof(OLECHAR));
+            info.pwszDescription = cursor;
+            cursor += n;
+        }
+    }
+}
+
 HRESULT PropertyStore::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET* idSets, ULONG* infoSetCount,
                                        DBPROPINFOSET** infoSets, OLECHAR** descriptions,
                                        std::span<const GUID* const> visible) const {
@@ -228,44 +291,8 @@ HRESULT PropertyStore::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET* idSe
     for (ULONG i = 0; i < idSetCount; ++i)
         if (idSets[i].cPropertyIDs && !idSets[i].rgPropertyIDs) return E_INVALIDARG;
 
-    struct Entry {
-        DBPROPID id;
-        size_t index;
-    };
-    struct Group {
-        GUID set;
-        std::vector<Entry> entries;
-    };
-    std::vector<Group> groups;
     ULONG total = 0, errors = 0;
-    auto allOf = [&](REFGUID set) {
-        Group g{set, {}};
-        if (Contains(visible, set))
-            for (size_t i = 0; i < m_definitions.size(); ++i)
-                if (*m_definitions[i].set == set) g.entries.push_back({m_definitions[i].id, i});
-        return g;
-    };
-    if (idSetCount == 0) {
-        for (const GUID* set : visible) groups.push_back(allOf(*set));
-    } else {
-        for (ULONG i = 0; i < idSetCount; ++i) {
-            const DBPROPIDSET& request = idSets[i];
-            if (request.cPropertyIDs == 0) {
-                groups.push_back(allOf(request.guidPropertySet));
-                if (groups.back().entries.empty()) ++errors, ++total;
-                continue;
-            }
-            Group g{request.guidPropertySet, {}};
-            for (ULONG p = 0; p < request.cPropertyIDs; ++p) {
-                size_t index = Contains(visible, request.guidPropertySet)
-                                   ? IndexOf(request.guidPropertySet, request.rgPropertyIDs[p])
-                                   : kNotFound;
-                g.entries.push_back({request.rgPropertyIDs[p], index});
-            }
-            groups.push_back(std::move(g));
-        }
-    }
-
+    const std::vector<InfoGroup> groups = InfoGroups(idSetCount, idSets, visible, total, errors);
     size_t textSize = 0;
     for (const auto& g : groups)
         for (const auto& e : g.entries)
@@ -274,33 +301,7 @@ HRESULT PropertyStore::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET* idSe
     PropertyInfoSets out(groups.size());
     CoTaskMem<OLECHAR> text(descriptions && textSize ? AllocateZeroed<OLECHAR>(textSize) : nullptr);
     OLECHAR* cursor = text.get();
-    for (size_t g = 0; g < groups.size(); ++g) {
-        out[g].guidPropertySet = groups[g].set;
-        out[g].rgPropertyInfos = AllocateZeroed<DBPROPINFO>(groups[g].entries.size());
-        out[g].cPropertyInfos = static_cast<ULONG>(groups[g].entries.size());
-        for (size_t e = 0; e < groups[g].entries.size(); ++e) {
-            DBPROPINFO& info = out[g].rgPropertyInfos[e];
-            const Entry& entry = groups[g].entries[e];
-            info.dwPropertyID = entry.id;
-            VariantInit(&info.vValues);
-            ++total;
-            if (entry.index == kNotFound) {
-                info.dwFlags = DBPROPFLAGS_NOTSUPPORTED;
-                info.vtType = VT_EMPTY;
-                ++errors;
-                continue;
-            }
-            const PropertyDefinition& def = m_definitions[entry.index];
-            info.dwFlags = def.flags;
-            info.vtType = def.type;
-            if (cursor) {
-                size_t n = wcslen(def.description) + 1;
-                memcpy(cursor, def.description, n * sizeof(OLECHAR));
-                info.pwszDescription = cursor;
-                cursor += n;
-            }
-        }
-    }
+    for (size_t g = 0; g < groups.size(); ++g) FillInfoSet(groups[g], out[g], cursor, total, errors);
     *infoSetCount = static_cast<ULONG>(out.size());
     *infoSets = out.release();
     if (descriptions) *descriptions = text.release();

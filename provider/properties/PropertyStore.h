@@ -62,7 +62,24 @@ public:
                             std::span<const GUID* const> visible) const;
 
 private:
+    // One property GetPropertyInfo describes; `index` is kNotFound when it is not supported.
+    struct InfoEntry {
+        DBPROPID id;
+        size_t index;
+    };
+    struct InfoGroup {
+        GUID set;
+        std::vector<InfoEntry> entries;
+    };
+
     size_t IndexOf(REFGUID set, DBPROPID id) const noexcept;
+    // The sets and properties GetPropertyInfo describes, as asked for; a whole set that is
+    // unknown counts as one failed property in `total` and `errors`.
+    std::vector<InfoGroup> InfoGroups(ULONG idSetCount, const DBPROPIDSET* idSets,
+                                      std::span<const GUID* const> visible, ULONG& total, ULONG& errors) const;
+    // Fills one DBPROPINFOSET; descriptions are copied to `cursor` when it is not null.
+    void FillInfoSet(const InfoGroup& group, DBPROPINFOSET& out, OLECHAR*& cursor, ULONG& total,
+                     ULONG& errors) const;
 
     std::vector<PropertyDefinition> m_definitions;
     std::vector<Variant> m_values;

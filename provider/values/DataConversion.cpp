@@ -420,16 +420,10 @@ bool CanConvert(DBTYPE from, DBTYPE to) noexcept {
     return false;
 }
 
-ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, const BindingTarget& target, void* out) {
-    const bool byRef = (target.type & DBTYPE_BYREF) != 0;
-    const DBTYPE type = static_cast<DBTYPE>(target.type & ~DBTYPE_BYREF);
-    if (v.kind == ScalarKind::Null) {
-        if (out && type == DBTYPE_VARIANT) {
-            VariantInit(static_cast<VARIANT*>(out));
-            V_VT(static_cast<VARIANT*>(out)) = VT_NULL;
-        }
-        return {DBSTATUS_S_ISNULL, 0};
-    }
+namespace {
+
+// Numbers and booleans: fixed-size values, range-checked.
+ConversionResult ConvertToNumber(const Scalar& v, DBTYPE type, const BindingTarget& target, void* out) {
     switch (type) {
     case DBTYPE_I1: { signed char x = 0; Outcome o = ToIntegerType(v, &x); return Fixed(o, x, out); }
     case DBTYPE_I2: { SHORT x = 0; Outcome o = ToIntegerType(v, &x); return Fixed(o, x, out); }
@@ -476,6 +470,13 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
         VARIANT_BOOL x = b ? VARIANT_TRUE : VARIANT_FALSE;
         return Fixed(o, x, out);
     }
+    default: return {DBSTATUS_E_CANTCONVERTVALUE, 0};
+    }
+}
+
+// Dates, times and GUIDs: fixed-size values parsed from their stored form.
+ConversionResult ConvertToDateOrGuid(const Scalar& v, DBTYPE type, void* out) {
+    switch (type) {
     case DBTYPE_DATE: {
         Timestamp t;
         DATE d = 0;
@@ -504,6 +505,14 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
         return Fixed(o, x, out);
     }
     case DBTYPE_GUID: { GUID g{}; Outcome o = ToGuid(v, &g); return Fixed(o, g, out); }
+    default: return {DBSTATUS_E_CANTCONVERTVALUE, 0};
+    }
+}
+
+// Text in place, by reference or as a BSTR.
+ConversionResult ConvertToText(const Scalar& v, const ColumnType& column, DBTYPE type, bool byRef,
+                               const BindingTarget& target, void* out) {
+    switch (type) {
     case DBTYPE_WSTR: {
         std::wstring storage;
         const std::wstring_view text = TextView(v, column, storage);
@@ -539,41 +548,90 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
         }
         return {DBSTATUS_S_OK, sizeof(BSTR)};
     }
-    case DBTYPE_BYTES: {
-        if (v.kind != ScalarKind::Binary && v.kind != ScalarKind::Guid && v.kind != ScalarKind::Text &&
-            column.type != DBTYPE_BYTES)
-            return {DBSTATUS_E_CANTCONVERTVALUE, 0};
-        Bytes storage;
-        const std::span<const BYTE> bytes = BytesView(v, column, storage);
-        if (byRef) {
-            CopyByReference(bytes.data(), bytes.size(), 0, out);
-            return {DBSTATUS_S_OK, bytes.size()};
+    default: return {DBSTATUS_E_CANTCONVERTVALUE, 0};
+    }
+}
+
+// Binary data in place or by reference.
+ConversionResult ConvertToBytes(const Scalar& v, const ColumnType& column, bool byRef, const BindingTarget& target,
+                                void* out) {
+    if (v.kind != ScalarKind::Binary && v.kind != ScalarKind::Guid && v.kind != ScalarKind::Text &&
+        column.type != DBTYPE_BYTES)
+        return {DBSTATUS_E_CANTCONVERTVALUE, 0};
+    Bytes storage;
+    const std::span<const BYTE> bytes = BytesView(v, column, storage);
+    if (byRef) {
+        CopyByReference(bytes.data(), bytes.size(), 0, out);
+        return {DBSTATUS_S_OK, bytes.size()};
+    }
+    return {CopyInPlace(bytes.data(), bytes.size(), 0, 1, target.maxLength, out), bytes.size()};
+}
+
+// A VARIANT of the column's natural type, else of the value's own.
+ConversionResult ConvertToVariant(const Scalar& v, const ColumnType& column, void* out) {
+    VARIANT result;
+    VariantInit(&result);
+    if (!MakeVariant(v, column, NaturalVariantType(column.type), &result) &&
+        !MakeVariant(v, column, VariantTypeOfScalar(v), &result))
+        return {DBSTATUS_E_CANTCONVERTVALUE, 0};
+    if (out)
+        *static_cast<VARIANT*>(out) = result;
+    else
+        VariantClear(&result);
+    return {DBSTATUS_S_OK, sizeof(VARIANT)};
+}
+
+// A storage object over the value's bytes.
+ConversionResult ConvertToStorage(const Scalar& v, const ColumnType& column, const BindingTarget& target, void* out) {
+    auto data = std::make_shared<const Bytes>(ValueAsBytes(v, column));
+    DBLENGTH length = data->size();
+    if (out) {
+        void* object = nullptr;
+        if (!target.makeStorage || FAILED(target.makeStorage(std::move(data), target.storageIid, &object)))
+            return {DBSTATUS_E_CANTCREATE, 0};
+        *static_cast<void**>(out) = object;
+    }
+    return {DBSTATUS_S_OK, length};
+}
+
+}  // namespace
+
+ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, const BindingTarget& target, void* out) {
+    const bool byRef = (target.type & DBTYPE_BYREF) != 0;
+    const DBTYPE type = static_cast<DBTYPE>(target.type & ~DBTYPE_BYREF);
+    if (v.kind == ScalarKind::Null) {
+        if (out && type == DBTYPE_VARIANT) {
+            VariantInit(static_cast<VARIANT*>(out));
+            V_VT(static_cast<VARIANT*>(out)) = VT_NULL;
         }
-        return {CopyInPlace(bytes.data(), bytes.size(), 0, 1, target.maxLength, out), bytes.size()};
+        return {DBSTATUS_S_ISNULL, 0};
     }
-    case DBTYPE_VARIANT: {
-        VARIANT result;
-        VariantInit(&result);
-        if (!MakeVariant(v, column, NaturalVariantType(column.type), &result) &&
-            !MakeVariant(v, column, VariantTypeOfScalar(v), &result))
-            return {DBSTATUS_E_CANTCONVERTVALUE, 0};
-        if (out)
-            *static_cast<VARIANT*>(out) = result;
-        else
-            VariantClear(&result);
-        return {DBSTATUS_S_OK, sizeof(VARIANT)};
-    }
-    case DBTYPE_IUNKNOWN: {
-        auto data = std::make_shared<const Bytes>(ValueAsBytes(v, column));
-        DBLENGTH length = data->size();
-        if (out) {
-            void* object = nullptr;
-            if (!target.makeStorage || FAILED(target.makeStorage(std::move(data), target.storageIid, &object)))
-                return {DBSTATUS_E_CANTCREATE, 0};
-            *static_cast<void**>(out) = object;
-        }
-        return {DBSTATUS_S_OK, length};
-    }
+    switch (type) {
+    case DBTYPE_I1:
+    case DBTYPE_I2:
+    case DBTYPE_I4:
+    case DBTYPE_I8:
+    case DBTYPE_UI1:
+    case DBTYPE_UI2:
+    case DBTYPE_UI4:
+    case DBTYPE_UI8:
+    case DBTYPE_R4:
+    case DBTYPE_R8:
+    case DBTYPE_CY:
+    case DBTYPE_DECIMAL:
+    case DBTYPE_NUMERIC:
+    case DBTYPE_BOOL: return ConvertToNumber(v, type, target, out);
+    case DBTYPE_DATE:
+    case DBTYPE_DBTIMESTAMP:
+    case DBTYPE_DBDATE:
+    case DBTYPE_DBTIME:
+    case DBTYPE_GUID: return ConvertToDateOrGuid(v, type, out);
+    case DBTYPE_WSTR:
+    case DBTYPE_STR:
+    case DBTYPE_BSTR: return ConvertToText(v, column, type, byRef, target, out);
+    case DBTYPE_BYTES: return ConvertToBytes(v, column, byRef, target, out);
+    case DBTYPE_VARIANT: return ConvertToVariant(v, column, out);
+    case DBTYPE_IUNKNOWN: return ConvertToStorage(v, column, target, out);
     default: return {DBSTATUS_E_CANTCONVERTVALUE, 0};
     }
 }

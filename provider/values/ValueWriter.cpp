@@ -65,12 +65,11 @@ Bytes ReadStream(IUnknown* object) {
     return bytes;
 }
 
-// The consumer's value as a stored value, before it is fitted to the column.
-bool RawCell(DBTYPE type, const void* p, DBLENGTH length, bool lengthBound, DBLENGTH maxLength, Cell& out) {
-    const bool byRef = (type & DBTYPE_BYREF) != 0;
-    const DBTYPE base = static_cast<DBTYPE>(type & ~DBTYPE_BYREF);
-    if (byRef) p = Get<const void*>(p);
-    if (!p && base != DBTYPE_IUNKNOWN) return false;
+bool RawCell(DBTYPE type, const void* p, DBLENGTH length, bool lengthBound, DBLENGTH maxLength, Cell& out);
+
+// Numbers and booleans: integers stay integers, floating point stays REAL, CY, DECIMAL and
+// NUMERIC become their decimal text.
+bool RawNumber(DBTYPE base, const void* p, Cell& out) {
     switch (base) {
     case DBTYPE_I1: out = static_cast<std::int64_t>(Get<signed char>(p)); return true;
     case DBTYPE_I2: out = static_cast<std::int64_t>(Get<SHORT>(p)); return true;
@@ -101,6 +100,13 @@ bool RawCell(DBTYPE type, const void* p, DBLENGTH length, bool lengthBound, DBLE
         return true;
     }
     case DBTYPE_BOOL: out = static_cast<std::int64_t>(Get<VARIANT_BOOL>(p) ? 1 : 0); return true;
+    default: return false;
+    }
+}
+
+// Dates and times as ISO text, GUIDs as "{...}" text.
+bool RawDateTimeOrGuid(DBTYPE base, const void* p, Cell& out) {
+    switch (base) {
     case DBTYPE_DATE: {
         Timestamp t;
         if (!OleDateToTimestamp(Get<DATE>(p), &t)) return false;
@@ -131,6 +137,14 @@ bool RawCell(DBTYPE type, const void* p, DBLENGTH length, bool lengthBound, DBLE
         return true;
     }
     case DBTYPE_GUID: out = GuidText(Get<GUID>(p)); return true;
+    default: return false;
+    }
+}
+
+// Text of a length the binding gives, or up to its terminator within the buffer.
+bool RawText(DBTYPE base, const void* p, DBLENGTH length, bool lengthBound, DBLENGTH maxLength, bool byRef,
+             Cell& out) {
+    switch (base) {
     case DBTYPE_WSTR: {
         auto text = static_cast<const wchar_t*>(p);
         size_t n = lengthBound ? static_cast<size_t>(length) / sizeof(wchar_t)
@@ -155,6 +169,71 @@ bool RawCell(DBTYPE type, const void* p, DBLENGTH length, bool lengthBound, DBLE
         out = std::wstring(b ? b : L"", SysStringLen(b));
         return true;
     }
+    default: return false;
+    }
+}
+
+// A VARIANT by its own type.
+bool RawVariant(const void* p, Cell& out) {
+    VARIANT v = Get<VARIANT>(p);
+    switch (V_VT(&v)) {
+    case VT_EMPTY:
+    case VT_NULL: out = std::monostate{}; return true;
+    case VT_BSTR: out = std::wstring(V_BSTR(&v) ? V_BSTR(&v) : L"", SysStringLen(V_BSTR(&v))); return true;
+    case VT_ARRAY | VT_UI1: {
+        SAFEARRAY* a = V_ARRAY(&v);
+        auto bytes = static_cast<const BYTE*>(a->pvData);
+        out = Bytes(bytes, bytes + a->rgsabound[0].cElements);
+        return true;
+    }
+    case VT_I1: return RawCell(DBTYPE_I1, &V_I1(&v), 0, false, 0, out);
+    case VT_I2: return RawCell(DBTYPE_I2, &V_I2(&v), 0, false, 0, out);
+    case VT_I4: return RawCell(DBTYPE_I4, &V_I4(&v), 0, false, 0, out);
+    case VT_INT: out = static_cast<std::int64_t>(V_INT(&v)); return true;
+    case VT_I8: return RawCell(DBTYPE_I8, &V_I8(&v), 0, false, 0, out);
+    case VT_UI1: return RawCell(DBTYPE_UI1, &V_UI1(&v), 0, false, 0, out);
+    case VT_UI2: return RawCell(DBTYPE_UI2, &V_UI2(&v), 0, false, 0, out);
+    case VT_UI4: return RawCell(DBTYPE_UI4, &V_UI4(&v), 0, false, 0, out);
+    case VT_UI8: return RawCell(DBTYPE_UI8, &V_UI8(&v), 0, false, 0, out);
+    case VT_R4: return RawCell(DBTYPE_R4, &V_R4(&v), 0, false, 0, out);
+    case VT_R8: return RawCell(DBTYPE_R8, &V_R8(&v), 0, false, 0, out);
+    case VT_CY: return RawCell(DBTYPE_CY, &V_CY(&v), 0, false, 0, out);
+    case VT_DECIMAL: return RawCell(DBTYPE_DECIMAL, &V_DECIMAL(&v), 0, false, 0, out);
+    case VT_BOOL: return RawCell(DBTYPE_BOOL, &V_BOOL(&v), 0, false, 0, out);
+    case VT_DATE: return RawCell(DBTYPE_DATE, &V_DATE(&v), 0, false, 0, out);
+    default: return false;
+    }
+}
+
+// The consumer's value as a stored value, before it is fitted to the column.
+bool RawCell(DBTYPE type, const void* p, DBLENGTH length, bool lengthBound, DBLENGTH maxLength, Cell& out) {
+    const bool byRef = (type & DBTYPE_BYREF) != 0;
+    const DBTYPE base = static_cast<DBTYPE>(type & ~DBTYPE_BYREF);
+    if (byRef) p = Get<const void*>(p);
+    if (!p && base != DBTYPE_IUNKNOWN) return false;
+    switch (base) {
+    case DBTYPE_I1:
+    case DBTYPE_I2:
+    case DBTYPE_I4:
+    case DBTYPE_I8:
+    case DBTYPE_UI1:
+    case DBTYPE_UI2:
+    case DBTYPE_UI4:
+    case DBTYPE_UI8:
+    case DBTYPE_R4:
+    case DBTYPE_R8:
+    case DBTYPE_CY:
+    case DBTYPE_DECIMAL:
+    case DBTYPE_NUMERIC:
+    case DBTYPE_BOOL: return RawNumber(base, p, out);
+    case DBTYPE_DATE:
+    case DBTYPE_DBDATE:
+    case DBTYPE_DBTIME:
+    case DBTYPE_DBTIMESTAMP:
+    case DBTYPE_GUID: return RawDateTimeOrGuid(base, p, out);
+    case DBTYPE_WSTR:
+    case DBTYPE_STR:
+    case DBTYPE_BSTR: return RawText(base, p, length, lengthBound, maxLength, byRef, out);
     case DBTYPE_BYTES: {
         auto bytes = static_cast<const BYTE*>(p);
         size_t n = static_cast<size_t>(lengthBound ? length : maxLength);
@@ -162,36 +241,7 @@ bool RawCell(DBTYPE type, const void* p, DBLENGTH length, bool lengthBound, DBLE
         return true;
     }
     case DBTYPE_IUNKNOWN: out = ReadStream(Get<IUnknown*>(p)); return true;
-    case DBTYPE_VARIANT: {
-        VARIANT v = Get<VARIANT>(p);
-        switch (V_VT(&v)) {
-        case VT_EMPTY:
-        case VT_NULL: out = std::monostate{}; return true;
-        case VT_BSTR: out = std::wstring(V_BSTR(&v) ? V_BSTR(&v) : L"", SysStringLen(V_BSTR(&v))); return true;
-        case VT_ARRAY | VT_UI1: {
-            SAFEARRAY* a = V_ARRAY(&v);
-            auto bytes = static_cast<const BYTE*>(a->pvData);
-            out = Bytes(bytes, bytes + a->rgsabound[0].cElements);
-            return true;
-        }
-        case VT_I1: return RawCell(DBTYPE_I1, &V_I1(&v), 0, false, 0, out);
-        case VT_I2: return RawCell(DBTYPE_I2, &V_I2(&v), 0, false, 0, out);
-        case VT_I4: return RawCell(DBTYPE_I4, &V_I4(&v), 0, false, 0, out);
-        case VT_INT: out = static_cast<std::int64_t>(V_INT(&v)); return true;
-        case VT_I8: return RawCell(DBTYPE_I8, &V_I8(&v), 0, false, 0, out);
-        case VT_UI1: return RawCell(DBTYPE_UI1, &V_UI1(&v), 0, false, 0, out);
-        case VT_UI2: return RawCell(DBTYPE_UI2, &V_UI2(&v), 0, false, 0, out);
-        case VT_UI4: return RawCell(DBTYPE_UI4, &V_UI4(&v), 0, false, 0, out);
-        case VT_UI8: return RawCell(DBTYPE_UI8, &V_UI8(&v), 0, false, 0, out);
-        case VT_R4: return RawCell(DBTYPE_R4, &V_R4(&v), 0, false, 0, out);
-        case VT_R8: return RawCell(DBTYPE_R8, &V_R8(&v), 0, false, 0, out);
-        case VT_CY: return RawCell(DBTYPE_CY, &V_CY(&v), 0, false, 0, out);
-        case VT_DECIMAL: return RawCell(DBTYPE_DECIMAL, &V_DECIMAL(&v), 0, false, 0, out);
-        case VT_BOOL: return RawCell(DBTYPE_BOOL, &V_BOOL(&v), 0, false, 0, out);
-        case VT_DATE: return RawCell(DBTYPE_DATE, &V_DATE(&v), 0, false, 0, out);
-        default: return false;
-        }
-    }
+    case DBTYPE_VARIANT: return RawVariant(p, out);
     default: return false;
     }
 }
