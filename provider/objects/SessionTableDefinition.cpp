@@ -23,6 +23,16 @@ namespace zel::lite {
 
 namespace {
 
+// The index `id` names; nothing for a null id (every index, or a generated name). An id that
+// names nothing fails with `hr`.
+std::optional<std::wstring> IndexNameOrFail(const DBID* id, HRESULT hr, const wchar_t* message,
+                                            const wchar_t* sqlState) {
+    if (!id) return std::nullopt;
+    std::optional<std::wstring> name = NameOf(id);
+    if (!name) Fail(hr, message, sqlState);
+    return name;
+}
+
 void CheckSets(ULONG setCount, const DBPROPSET sets[]) {
     if (setCount && !sets) Fail(E_INVALIDARG, L"cPropertySets is not zero and rgPropertySets is null.");
     for (ULONG i = 0; i < setCount; ++i)
@@ -46,6 +56,13 @@ std::wstring ExistingTable(Database& database, const std::wstring& name) {
     std::optional<std::wstring> stored = FindTable(database, name);
     if (!stored) Fail(DB_E_NOTABLE, L"no such table: " + name, L"42S02");
     return *stored;
+}
+
+// The stored name of an existing table that may be changed (the data source is not read-only).
+std::wstring WritableTable(Database& database, const std::wstring& name) {
+    std::wstring table = ExistingTable(database, name);
+    RequireWritable(database);
+    return table;
 }
 
 bool IsReservedTableName(const std::wstring& name) {
@@ -138,8 +155,7 @@ STDMETHODIMP Session::DropTable(DBID* tableId) {
     try {
         const std::wstring name = TableNameOrFail(tableId);
         std::lock_guard guard(m_lock);
-        const std::wstring table = ExistingTable(*m_database, name);
-        RequireWritable(*m_database);
+        const std::wstring table = WritableTable(*m_database, name);
         SchemaTransaction transaction(*m_database);
         DropTableWithMetadata(*m_database, table);
         transaction.Commit();
@@ -159,8 +175,7 @@ STDMETHODIMP Session::AddColumn(DBID* tableId, DBCOLUMNDESC* columnDesc, DBID** 
         if (read.requiredFailed) Fail(DB_E_ERRORSOCCURRED, read.propertyMessage);
 
         std::lock_guard guard(m_lock);
-        const std::wstring table = ExistingTable(*m_database, name);
-        RequireWritable(*m_database);
+        const std::wstring table = WritableTable(*m_database, name);
         ColumnDefinition& c = read.definition;
         if (!c.nullable && !c.defaultSql && c.identity == Identity::None && TableHasRows(*m_database, table)) {
             // The rows already there would hold NULL in a column that refuses it.
@@ -190,8 +205,7 @@ STDMETHODIMP Session::DropColumn(DBID* tableId, DBID* columnId) {
         std::optional<std::wstring> column = NameOf(columnId);
         if (!column) Fail(DB_E_NOCOLUMN, L"Columns are named by DBKIND_NAME ids with a non-empty name.", L"42S22");
         std::lock_guard guard(m_lock);
-        const std::wstring table = ExistingTable(*m_database, name);
-        RequireWritable(*m_database);
+        const std::wstring table = WritableTable(*m_database, name);
         SchemaTransaction transaction(*m_database);
         DropColumnFrom(*m_database, table, *column);
         transaction.Commit();
@@ -235,14 +249,10 @@ STDMETHODIMP Session::CreateIndex(DBID* tableId, DBID* indexId, DBORDINAL indexC
         if (indexColumnCount == 0 || !indexColumnDescs) Fail(E_INVALIDARG, L"An index needs at least one column.");
         CheckSets(setCount, sets);
         const std::wstring name = TableNameOrFail(tableId);
-        std::optional<std::wstring> index;
-        if (indexId) {
-            index = NameOf(indexId);
-            if (!index) Fail(DB_E_BADINDEXID, L"An index id must be a DBKIND_NAME id with a non-empty name.", L"42000");
-        }
+        const std::optional<std::wstring> index = IndexNameOrFail(
+            indexId, DB_E_BADINDEXID, L"An index id must be a DBKIND_NAME id with a non-empty name.", L"42000");
         std::lock_guard guard(m_lock);
-        const std::wstring table = ExistingTable(*m_database, name);
-        RequireWritable(*m_database);
+        const std::wstring table = WritableTable(*m_database, name);
         SchemaTransaction transaction(*m_database);
         CreatedIndex created =
             CreateIndexOn(*m_database, table, index, indexColumnCount, indexColumnDescs, setCount, sets);
@@ -258,14 +268,10 @@ STDMETHODIMP Session::CreateIndex(DBID* tableId, DBID* indexId, DBORDINAL indexC
 STDMETHODIMP Session::DropIndex(DBID* tableId, DBID* indexId) {
     try {
         const std::wstring name = TableNameOrFail(tableId);
-        std::optional<std::wstring> index;
-        if (indexId) {
-            index = NameOf(indexId);
-            if (!index) Fail(DB_E_NOINDEX, L"Indexes are named by DBKIND_NAME ids with a non-empty name.", L"42S12");
-        }
+        const std::optional<std::wstring> index = IndexNameOrFail(
+            indexId, DB_E_NOINDEX, L"Indexes are named by DBKIND_NAME ids with a non-empty name.", L"42S12");
         std::lock_guard guard(m_lock);
-        const std::wstring table = ExistingTable(*m_database, name);
-        RequireWritable(*m_database);
+        const std::wstring table = WritableTable(*m_database, name);
         SchemaTransaction transaction(*m_database);
         DropIndexOf(*m_database, table, index);
         transaction.Commit();

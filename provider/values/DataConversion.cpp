@@ -606,34 +606,16 @@ ConversionResult ConvertForBinding(const Scalar& v, const ColumnType& column, co
         }
         return {DBSTATUS_S_ISNULL, 0};
     }
-    switch (type) {
-    case DBTYPE_I1:
-    case DBTYPE_I2:
-    case DBTYPE_I4:
-    case DBTYPE_I8:
-    case DBTYPE_UI1:
-    case DBTYPE_UI2:
-    case DBTYPE_UI4:
-    case DBTYPE_UI8:
-    case DBTYPE_R4:
-    case DBTYPE_R8:
-    case DBTYPE_CY:
-    case DBTYPE_DECIMAL:
-    case DBTYPE_NUMERIC:
-    case DBTYPE_BOOL: return ConvertToNumber(v, type, target, out);
-    case DBTYPE_DATE:
-    case DBTYPE_DBTIMESTAMP:
-    case DBTYPE_DBDATE:
-    case DBTYPE_DBTIME:
-    case DBTYPE_GUID: return ConvertToDateOrGuid(v, type, out);
-    case DBTYPE_WSTR:
-    case DBTYPE_STR:
-    case DBTYPE_BSTR: return ConvertToText(v, column, type, byRef, target, out);
-    case DBTYPE_BYTES: return ConvertToBytes(v, column, byRef, target, out);
-    case DBTYPE_VARIANT: return ConvertToVariant(v, column, out);
-    case DBTYPE_IUNKNOWN: return ConvertToStorage(v, column, target, out);
-    default: return {DBSTATUS_E_CANTCONVERTVALUE, 0};
+    switch (FamilyOf(type)) {
+    case TypeFamily::Number: return ConvertToNumber(v, type, target, out);
+    case TypeFamily::DateTimeOrGuid: return ConvertToDateOrGuid(v, type, out);
+    case TypeFamily::Text: return ConvertToText(v, column, type, byRef, target, out);
+    case TypeFamily::Bytes: return ConvertToBytes(v, column, byRef, target, out);
+    case TypeFamily::Variant: return ConvertToVariant(v, column, out);
+    case TypeFamily::Storage: return ConvertToStorage(v, column, target, out);
+    case TypeFamily::Other: break;
     }
+    return {DBSTATUS_E_CANTCONVERTVALUE, 0};
 }
 
 void WriteEmptyValue(const BindingTarget& target, void* out) noexcept {

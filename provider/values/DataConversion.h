@@ -23,6 +23,43 @@ bool CanConvert(DBTYPE from, DBTYPE to) noexcept;
 // DBCONVERTFLAGS_ISLONG only from STR, WSTR and BYTES.
 bool ValidConvertFlags(DBTYPE from, DBCONVERTFLAGS flags, bool takesParameters) noexcept;
 
+// The families of bound types: each family's values are converted by code of their own, both
+// to the consumer (ConvertForBinding) and from it (IRowsetChange).
+enum class TypeFamily { Number, DateTimeOrGuid, Text, Bytes, Variant, Storage, Other };
+
+// The family of `type` (DBTYPE_BYREF removed). Booleans count as numbers, GUIDs with dates
+// (both are fixed-size values parsed from their stored text).
+constexpr TypeFamily FamilyOf(DBTYPE type) noexcept {
+    switch (type) {
+    case DBTYPE_I1:
+    case DBTYPE_I2:
+    case DBTYPE_I4:
+    case DBTYPE_I8:
+    case DBTYPE_UI1:
+    case DBTYPE_UI2:
+    case DBTYPE_UI4:
+    case DBTYPE_UI8:
+    case DBTYPE_R4:
+    case DBTYPE_R8:
+    case DBTYPE_CY:
+    case DBTYPE_DECIMAL:
+    case DBTYPE_NUMERIC:
+    case DBTYPE_BOOL: return TypeFamily::Number;
+    case DBTYPE_DATE:
+    case DBTYPE_DBTIMESTAMP:
+    case DBTYPE_DBDATE:
+    case DBTYPE_DBTIME:
+    case DBTYPE_GUID: return TypeFamily::DateTimeOrGuid;
+    case DBTYPE_WSTR:
+    case DBTYPE_STR:
+    case DBTYPE_BSTR: return TypeFamily::Text;
+    case DBTYPE_BYTES: return TypeFamily::Bytes;
+    case DBTYPE_VARIANT: return TypeFamily::Variant;
+    case DBTYPE_IUNKNOWN: return TypeFamily::Storage;
+    default: return TypeFamily::Other;
+    }
+}
+
 // Makes the storage object a DBTYPE_IUNKNOWN binding hands out over a long value's bytes and
 // queries it for `iid` into `object`. Throws only when memory runs out.
 using StorageMaker = HRESULT (*)(std::shared_ptr<const Bytes> data, REFIID iid, void** object);

@@ -54,36 +54,21 @@ bool Is(const std::wstring& name, std::initializer_list<const wchar_t*> names) {
     return false;
 }
 
+// A text or binary type of `size` (characters for text, bytes for binary data).
+ColumnType Sized(DBTYPE type, DBLENGTH size, DBCOLUMNFLAGS flags = 0) {
+    ColumnType t;
+    t.type = type;
+    t.size = size;
+    t.flags = flags;
+    return t;
+}
+
 ColumnType Text(DBLENGTH size, bool fixed) {
-    ColumnType t;
-    t.type = DBTYPE_WSTR;
-    t.size = size;
-    t.flags = fixed ? DBCOLUMNFLAGS_ISFIXEDLENGTH : 0;
-    return t;
+    return Sized(DBTYPE_WSTR, size, fixed ? DBCOLUMNFLAGS_ISFIXEDLENGTH : 0);
 }
-
-ColumnType LongText() {
-    ColumnType t;
-    t.type = DBTYPE_WSTR;
-    t.size = kLongColumnSize;
-    t.flags = DBCOLUMNFLAGS_ISLONG;
-    return t;
-}
-
-ColumnType Binary(DBLENGTH size) {
-    ColumnType t;
-    t.type = DBTYPE_BYTES;
-    t.size = size;
-    return t;
-}
-
-ColumnType LongBinary() {
-    ColumnType t;
-    t.type = DBTYPE_BYTES;
-    t.size = kLongColumnSize;
-    t.flags = DBCOLUMNFLAGS_ISLONG;
-    return t;
-}
+ColumnType LongText() { return Sized(DBTYPE_WSTR, kLongColumnSize, DBCOLUMNFLAGS_ISLONG); }
+ColumnType Binary(DBLENGTH size) { return Sized(DBTYPE_BYTES, size); }
+ColumnType LongBinary() { return Sized(DBTYPE_BYTES, kLongColumnSize, DBCOLUMNFLAGS_ISLONG); }
 
 ColumnType Decimal(int precision, int scale) {
     ColumnType t = FixedType(DBTYPE_DECIMAL);

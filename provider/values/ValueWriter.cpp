@@ -211,39 +211,21 @@ bool RawCell(DBTYPE type, const void* p, DBLENGTH length, bool lengthBound, DBLE
     const DBTYPE base = static_cast<DBTYPE>(type & ~DBTYPE_BYREF);
     if (byRef) p = Get<const void*>(p);
     if (!p && base != DBTYPE_IUNKNOWN) return false;
-    switch (base) {
-    case DBTYPE_I1:
-    case DBTYPE_I2:
-    case DBTYPE_I4:
-    case DBTYPE_I8:
-    case DBTYPE_UI1:
-    case DBTYPE_UI2:
-    case DBTYPE_UI4:
-    case DBTYPE_UI8:
-    case DBTYPE_R4:
-    case DBTYPE_R8:
-    case DBTYPE_CY:
-    case DBTYPE_DECIMAL:
-    case DBTYPE_NUMERIC:
-    case DBTYPE_BOOL: return RawNumber(base, p, out);
-    case DBTYPE_DATE:
-    case DBTYPE_DBDATE:
-    case DBTYPE_DBTIME:
-    case DBTYPE_DBTIMESTAMP:
-    case DBTYPE_GUID: return RawDateTimeOrGuid(base, p, out);
-    case DBTYPE_WSTR:
-    case DBTYPE_STR:
-    case DBTYPE_BSTR: return RawText(base, p, length, lengthBound, maxLength, byRef, out);
-    case DBTYPE_BYTES: {
+    switch (FamilyOf(base)) {
+    case TypeFamily::Number: return RawNumber(base, p, out);
+    case TypeFamily::DateTimeOrGuid: return RawDateTimeOrGuid(base, p, out);
+    case TypeFamily::Text: return RawText(base, p, length, lengthBound, maxLength, byRef, out);
+    case TypeFamily::Bytes: {
         auto bytes = static_cast<const BYTE*>(p);
         size_t n = static_cast<size_t>(lengthBound ? length : maxLength);
         out = Bytes(bytes, bytes + n);
         return true;
     }
-    case DBTYPE_IUNKNOWN: out = ReadStream(Get<IUnknown*>(p)); return true;
-    case DBTYPE_VARIANT: return RawVariant(p, out);
-    default: return false;
+    case TypeFamily::Variant: return RawVariant(p, out);
+    case TypeFamily::Storage: out = ReadStream(Get<IUnknown*>(p)); return true;
+    case TypeFamily::Other: break;
     }
+    return false;
 }
 
 // Fits a value to its column's declared type; returns an error status when it does not fit.

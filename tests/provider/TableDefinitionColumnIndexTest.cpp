@@ -108,12 +108,7 @@ TEST_F(TableDefinitionTest, AThreeColumnIndexKeepsItsColumnOrderAndDirections) {
     Name table(L"parts"), index(L"ix_abc"), a(L"a"), b(L"B"), cc(L"c");
     DBINDEXCOLUMNDESC keys[3] = {{a.get(), DBINDEX_COL_ORDER_ASC}, {b.get(), DBINDEX_COL_ORDER_DESC},
                                  {cc.get(), DBINDEX_COL_ORDER_ASC}};
-    DBPROP unique{};
-    unique.dwPropertyID = DBPROP_INDEX_UNIQUE;
-    unique.dwOptions = DBPROPOPTIONS_REQUIRED;
-    unique.colid = DB_NULLID;
-    V_VT(&unique.vValue) = VT_BOOL;
-    V_BOOL(&unique.vValue) = VARIANT_TRUE;
+    DBPROP unique = BoolProperty(DBPROP_INDEX_UNIQUE);
     DBPROPSET set{&unique, 1, DBPROPSET_INDEX};
     DBID* made = nullptr;
     ASSERT_EQ(S_OK, indexes->CreateIndex(table.get(), index.get(), 3, keys, 1, &set, &made));
@@ -175,12 +170,7 @@ TEST_F(TableDefinitionTest, APrimaryKeyIsDeclaredWithTheTableAndRefusedOnAnExist
     c.Run(L"CREATE TABLE loose (a INTEGER)");
     Name table(L"loose"), a(L"a");
     DBINDEXCOLUMNDESC column = {a.get(), DBINDEX_COL_ORDER_ASC};
-    DBPROP primary{};
-    primary.dwPropertyID = DBPROP_INDEX_PRIMARYKEY;
-    primary.dwOptions = DBPROPOPTIONS_REQUIRED;
-    primary.colid = DB_NULLID;
-    V_VT(&primary.vValue) = VT_BOOL;
-    V_BOOL(&primary.vValue) = VARIANT_TRUE;
+    DBPROP primary = BoolProperty(DBPROP_INDEX_PRIMARYKEY);
     DBPROPSET set{&primary, 1, DBPROPSET_INDEX};
     EXPECT_EQ(DB_E_ERRORSOCCURRED, indexes->CreateIndex(table.get(), nullptr, 1, &column, 1, &set, nullptr));
     EXPECT_EQ(DBPROPSTATUS_NOTSUPPORTED, primary.dwStatus);

@@ -218,12 +218,7 @@ TEST_F(TableDefinitionTest, OptionalPropertiesThatFailLeaveTheTableMadeWithAWarn
 TEST_F(TableDefinitionTest, TablePropertiesAreCheckedToo) {
     ColumnList columns;
     columns.Add(L"a", DBTYPE_I4);
-    DBPROP temp{};
-    temp.dwPropertyID = DBPROP_TBL_TEMPTABLE;
-    temp.dwOptions = DBPROPOPTIONS_REQUIRED;
-    temp.colid = DB_NULLID;
-    V_VT(&temp.vValue) = VT_BOOL;
-    V_BOOL(&temp.vValue) = VARIANT_TRUE;
+    DBPROP temp = BoolProperty(DBPROP_TBL_TEMPTABLE);
     DBPROPSET set{&temp, 1, DBPROPSET_TABLE};
     EXPECT_EQ(DB_E_ERRORSOCCURRED, Create(L"temp", columns, 1, &set));
     EXPECT_EQ(DBPROPSTATUS_NOTSUPPORTED, temp.dwStatus);
