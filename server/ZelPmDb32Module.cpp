@@ -73,7 +73,7 @@ void CKobPmDb32Module::OnServerLock(bool lock) {
         // server that registered and reach it up to a second later, so one that revoked in
         // between would fail their activation.
         if (!s_instance->StillYoung()) s_instance->RevokeClassObjects();
-        SetEvent(s_instance->m_shutdownEvent);
+        SetEvent(s_instance->m_shutdownEvent.get());
     }
 }
 
@@ -84,7 +84,7 @@ DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
     ClientWatch watch(module->m_startedForCom && ConnectionThreadsAreVisible());
     bool idleReported = false;
     while (!module->m_ending.load()) {
-        const DWORD wait = WaitForSingleObject(module->m_shutdownEvent, ClientWatch::kInterval);
+        const DWORD wait = WaitForSingleObject(module->m_shutdownEvent.get(), ClientWatch::kInterval);
         if (module->m_ending.load()) break;
         const DWORD age = GetTickCount() - module->m_startTicks;
         if (wait == WAIT_OBJECT_0) {
@@ -162,14 +162,15 @@ HRESULT CKobPmDb32Module::RunServer() {
         RevokeClassObjects();
         return hr;
     }
-    m_shutdownEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    HANDLE monitor = m_shutdownEvent ? CreateThread(nullptr, 0, &MonitorThread, this, 0, nullptr) : nullptr;
+    m_shutdownEvent.reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    UniqueHandle monitor(m_shutdownEvent ? CreateThread(nullptr, 0, &MonitorThread, this, 0, nullptr) : nullptr);
     hr = monitor ? CoResumeClassObjects() : HRESULT_FROM_WIN32(GetLastError());
     if (FAILED(hr)) {
         m_ending = true;
-        if (m_shutdownEvent) SetEvent(m_shutdownEvent);
-        if (monitor) WaitForSingleObject(monitor, 2 * kShutdownTimeout);
-        if (monitor) CloseHandle(monitor);
+        if (m_shutdownEvent) SetEvent(m_shutdownEvent.get());
+        if (monitor) WaitForSingleObject(monitor.get(), 2 * kShutdownTimeout);
+        monitor.reset();
+        m_shutdownEvent.reset();
         RevokeClassObjects();
         return hr;
     }
@@ -180,11 +181,10 @@ HRESULT CKobPmDb32Module::RunServer() {
         RunMessageLoop();
     } while (m_locks.load() > 0 && !m_clientsGone.load());
     m_ending = true;
-    SetEvent(m_shutdownEvent);
-    WaitForSingleObject(monitor, kShutdownTimeout);
-    CloseHandle(monitor);
-    CloseHandle(m_shutdownEvent);
-    m_shutdownEvent = nullptr;
+    SetEvent(m_shutdownEvent.get());
+    WaitForSingleObject(monitor.get(), kShutdownTimeout);
+    monitor.reset();
+    m_shutdownEvent.reset();
     RevokeClassObjects();
     return S_OK;
 }

@@ -8,6 +8,8 @@
 
 #include <atomic>
 
+#include "common/Win32Handles.h"
+
 namespace zel {
 
 class CKobPmDb32Module {
@@ -37,7 +39,7 @@ private:
 
     static CKobPmDb32Module* s_instance;
     DWORD m_mainThreadId = 0;
-    HANDLE m_shutdownEvent = nullptr;
+    UniqueHandle m_shutdownEvent;
     DWORD m_cookies[2] = {};
     bool m_startedForCom = false;  // the command line has -Embedding
     DWORD m_startTicks = 0;
