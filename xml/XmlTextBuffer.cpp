@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 
 #include "common/ComError.h"
 
@@ -36,9 +37,16 @@ constexpr wchar_t kReplacement = 0xFFFD;
 inline bool IsHighSurrogate(wchar_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 inline bool IsLowSurrogate(wchar_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
-// True for every code unit that may not be written as itself: markup, control characters
-// and surrogates. The others are copied in runs.
-inline bool IsSpecial(wchar_t unit) { return unit < L'?' || (unit & 0xF800) == 0xD800; }
+// The code units below 64 that are not written as themselves: NUL, TAB, LF, CR, `"`, `&`,
+// `<`, `>`.
+constexpr std::uint64_t kSpecialBelow64 = (1ull << 0) | (1ull << '\t') | (1ull << '\n') | (1ull << '\r') |
+                                          (1ull << '"') | (1ull << '&') | (1ull << '<') | (1ull << '>');
+
+// True for every code unit that is not written as itself: those above, and surrogates (a pair
+// is checked whole). The others are copied in runs.
+inline bool IsSpecial(wchar_t unit) {
+    return unit < 64 ? ((kSpecialBelow64 >> unit) & 1) != 0 : (unit & 0xF800) == 0xD800;
+}
 
 }  // namespace
 
@@ -74,8 +82,7 @@ void XmlTextBuffer::AppendAttribute(std::wstring_view name, std::wstring_view va
 //   well-formed either), so whatever a writer did, the document would not be well-formed XML
 //   or the value would change. The text stays what hosts have always received: a host that
 //   reads such values today keeps reading them, and one that parses strictly fails on the
-//   same documents as before. Only the query-result document can carry them (field text and
-//   blob data are the host's own data).
+//   same documents as before.
 void XmlTextBuffer::AppendEscaped(std::wstring_view value) {
     size_t run = 0;  // start of the code units not yet written, copied whole
     for (size_t i = 0; i < value.size(); ++i) {
@@ -90,9 +97,7 @@ void XmlTextBuffer::AppendEscaped(std::wstring_view value) {
             ++i;  // a whole pair: written as itself
             continue;
         }
-        const std::wstring_view replacement(&kReplacement, 1);
-        if (IsHighSurrogate(unit) || IsLowSurrogate(unit)) escaped = replacement;
-        if (escaped.empty()) continue;
+        if (IsHighSurrogate(unit) || IsLowSurrogate(unit)) escaped = std::wstring_view(&kReplacement, 1);
         Append(value.substr(run, i - run));
         Append(escaped);
         run = i + 1;
