@@ -135,11 +135,12 @@ STDMETHODIMP Rowset::GetData(HROW handle, HACCESSOR accessorHandle, void* data) 
         if (accessor->bindings.empty()) return S_OK;
         if (!data) Fail(E_INVALIDARG, L"No buffer was given for the row's data.");
         const Cell bookmarkValue = static_cast<std::int64_t>(m_cache.IndexOf(handle) + 1);
+        const SourceRow& values = m_cache.Values(m_cache.IndexOf(handle));
         size_t errors = 0;
         std::wstring firstError;
         for (const DBBINDING& b : accessor->bindings) {
             const ColumnDesc* column = ColumnAt(b.iOrdinal);
-            const Cell& cell = b.iOrdinal == 0 ? bookmarkValue : row->data.cells[b.iOrdinal - 1];
+            const Cell& cell = b.iOrdinal == 0 ? bookmarkValue : values.cells[b.iOrdinal - 1];
             BindingTarget target;
             target.type = b.wType;
             target.maxLength = b.cbMaxLen;

@@ -79,15 +79,15 @@ STDMETHODIMP RowsetChange::SetData(HROW handle, HACCESSOR accessorHandle, void* 
         CollectedValues collected = Collect(*m_rowset, *accessor, data, false);
         if (collected.errors) Fail(DB_E_ERRORSOCCURRED, collected.firstError);
         m_rowset->cache().ReadToEnd();
-        row = m_rowset->cache().Find(handle);  // reading on may have moved the rows in memory
 
         const auto& target = *m_rowset->cache().source().target();
         RowWriter writer(*m_rowset->database(), target, m_rowset->columns());
-        if (!writer.Update(row->data, collected.values))
+        const size_t index = m_rowset->cache().IndexOf(handle);
+        SourceRow updated = m_rowset->cache().Values(index);
+        if (!writer.Update(updated, collected.values))
             Fail(DB_E_CONCURRENCYVIOLATION, L"The row is no longer in the table: another change deleted or altered it.");
-        SourceRow updated = row->data;
-        for (auto& [index, cell] : collected.values) updated.cells[index] = cell;
-        row->data = writer.Reload(updated).value_or(std::move(updated));
+        for (auto& [column, cell] : collected.values) updated.cells[column] = cell;
+        m_rowset->cache().Replace(index, writer.Reload(updated).value_or(std::move(updated)));
         return S_OK;
     }
     ZEL_CATCH_RETURN()
@@ -142,7 +142,8 @@ STDMETHODIMP RowsetChange::DeleteRows(HCHAPTER chapter, DBCOUNTITEM count, const
             } else {
                 RowWriter writer(*m_rowset->database(), *target, m_rowset->columns());
                 try {
-                    if (!writer.Delete(row->data)) status = DBROWSTATUS_E_DELETED;
+                    if (!writer.Delete(m_rowset->cache().Values(m_rowset->cache().IndexOf(rows[i]))))
+                        status = DBROWSTATUS_E_DELETED;
                     row->deleted = true;
                 } catch (const ComError& e) {
                     status = e.code() == DB_E_INTEGRITYVIOLATION ? DBROWSTATUS_E_INTEGRITYVIOLATION : DBROWSTATUS_E_FAIL;
