@@ -87,7 +87,7 @@ TEST(FieldTextDifferential, RecognisedLocaleOtherThanTheUsersUsesItsOwnPictures)
     const DateTextFormat format = DateTextFormat::ForLocale(german);
     ASSERT_TRUE(format.Recognised());
     EXPECT_EQ(PlatformDate(45000.5, german, 0), DateText(45000.5, 0, format));
-    EXPECT_EQ(L"15.03.2023 12:00:00", DateText(45000.5, 0, format));
+    EXPECT_EQ(L"15.3.2023 12:00:00", DateText(45000.5, 0, format));  // Wine's de-DE picture: d.M.yyyy
 }
 
 TEST(FieldTextDifferential, UserDefaultFormatIsTheUserLocales) {
