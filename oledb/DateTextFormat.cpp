@@ -45,9 +45,9 @@ void AppendNumber(std::wstring& text, int value, int width) {
 }
 
 // The platform's choice of parts: a value on day 0 shows only its time, a value at midnight
-// (within 1e-12 of a day) only its date; the caller's flags add to that.
-void ChooseParts(DATE value, ULONG flags, bool& dateOnly, bool& timeOnly) {
-    const double whole = value < 0 ? std::ceil(value) : std::floor(value);
+// (within 1e-12 of a day) only its date; the caller's flags add to that. `whole` is the value
+// rounded toward zero.
+void ChooseParts(DATE value, double whole, ULONG flags, bool& dateOnly, bool& timeOnly) {
     const double partial = value - whole;
     if (whole == 0.0) flags |= VAR_TIMEVALUEONLY;
     else if (partial > -1e-12 && partial < 1e-12) flags |= VAR_DATEVALUEONLY;
@@ -160,10 +160,12 @@ bool DateTextFormat::FieldsText(const SYSTEMTIME& fields, ULONG flags, std::wstr
 // small compensation, truncated field by field, the rest of a second rounded.
 bool DateTextFormat::FastDateText(DATE value, ULONG flags, std::wstring& text) const {
     if (!(value > kDateMin - 1.0 && value < kDateMax + 1.0)) return false;  // NaN included
-    const double datePart = value < 0.0 ? std::ceil(value) : std::floor(value);
+    // The day is the value rounded toward zero (the platform's ceiling of a negative value and
+    // floor of a positive one).
+    int day = static_cast<int>(value);
+    const double datePart = day;
     double timePart = std::fabs(value - datePart) + 0.00000000001;
     if (timePart >= 1.0) timePart -= 0.00000000001;
-    int day = static_cast<int>(value);
     SYSTEMTIME fields = {};
     timePart *= 24.0;
     fields.wHour = static_cast<WORD>(timePart);
@@ -197,13 +199,14 @@ bool DateTextFormat::FastDateText(DATE value, ULONG flags, std::wstring& text) c
     if (fields.wYear < 100 || fields.wYear > 9999) return false;  // the last second of 9999 rounds into 10000
     bool dateOnly = false;
     bool timeOnly = false;
-    ChooseParts(value, flags, dateOnly, timeOnly);
+    ChooseParts(value, datePart, flags, dateOnly, timeOnly);
     text.clear();
     AppendText(fields, dateOnly, timeOnly, text);
     return true;
 }
 
 void DateTextFormat::AppendText(const SYSTEMTIME& fields, bool dateOnly, bool timeOnly, std::wstring& text) const {
+    text.reserve(32);  // one allocation for the usual date and time
     if (!timeOnly) AppendPicture(m_date, fields, text);
     if (!dateOnly) {
         if (!text.empty()) text += L' ';

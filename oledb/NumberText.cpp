@@ -101,9 +101,14 @@ std::wstring UnsignedText(unsigned long long value) {
 std::wstring RealText(double value) {
     const BinaryParts parts = Split(value);
     if (IsSpecial(value)) return SpecialText(value, parts.negative, false);
-    std::wstring text;
-    if (parts.negative) text += L'-';
-    if (parts.mantissa == 0) return text + L'0';
+    // At most "-d.ddddde+ddd" or "-0.0000dddddd": 14 characters.
+    wchar_t text[16];
+    int n = 0;
+    if (parts.negative) text[n++] = L'-';
+    if (parts.mantissa == 0) {
+        text[n++] = L'0';
+        return std::wstring(text, static_cast<size_t>(n));
+    }
 
     // Six significant digits of the magnitude, d.ddddde+X, correctly rounded (ties to even).
     char scientific[32];
@@ -121,36 +126,41 @@ std::wstring RealText(double value) {
     int kept = 6;
     while (kept > 1 && digits[kept - 1] == '0') --kept;
     if (exponent < -4 || exponent >= 6) {
-        text += static_cast<wchar_t>(digits[0]);
+        text[n++] = static_cast<wchar_t>(digits[0]);
         if (kept > 1) {
-            text += L'.';
-            for (int i = 1; i < kept; ++i) text += static_cast<wchar_t>(digits[i]);
+            text[n++] = L'.';
+            for (int i = 1; i < kept; ++i) text[n++] = static_cast<wchar_t>(digits[i]);
         }
-        text += exponent < 0 ? L"e-" : L"e+";
+        text[n++] = L'e';
+        text[n++] = exponent < 0 ? L'-' : L'+';
         const int absolute = exponent < 0 ? -exponent : exponent;
-        text += static_cast<wchar_t>(L'0' + absolute / 100);
-        text += static_cast<wchar_t>(L'0' + absolute / 10 % 10);
-        text += static_cast<wchar_t>(L'0' + absolute % 10);
+        text[n++] = static_cast<wchar_t>(L'0' + absolute / 100);
+        text[n++] = static_cast<wchar_t>(L'0' + absolute / 10 % 10);
+        text[n++] = static_cast<wchar_t>(L'0' + absolute % 10);
     } else if (exponent < 0) {
-        text += L"0.";
-        text.append(static_cast<size_t>(-exponent - 1), L'0');
-        for (int i = 0; i < kept; ++i) text += static_cast<wchar_t>(digits[i]);
+        text[n++] = L'0';
+        text[n++] = L'.';
+        for (int i = exponent + 1; i < 0; ++i) text[n++] = L'0';
+        for (int i = 0; i < kept; ++i) text[n++] = static_cast<wchar_t>(digits[i]);
     } else {
-        for (int i = 0; i <= exponent; ++i) text += static_cast<wchar_t>(digits[i]);
+        for (int i = 0; i <= exponent; ++i) text[n++] = static_cast<wchar_t>(digits[i]);
         if (kept > exponent + 1) {
-            text += L'.';
-            for (int i = exponent + 1; i < kept; ++i) text += static_cast<wchar_t>(digits[i]);
+            text[n++] = L'.';
+            for (int i = exponent + 1; i < kept; ++i) text[n++] = static_cast<wchar_t>(digits[i]);
         }
     }
-    return text;
+    return std::wstring(text, static_cast<size_t>(n));
 }
 
 std::wstring FixedRealText(double value) {
     const BinaryParts parts = Split(value);
     if (IsSpecial(value)) return SpecialText(value, parts.negative, true);
+    const double magnitude = parts.negative ? -value : value;
+    // Below half a millionth every decimal is 0 (the double nearest 5e-7 lies below it, so no
+    // tie can round up): the text of zeros, subnormals and a BOOL read as a double.
+    if (magnitude <= 5e-7) return parts.negative ? L"-0.000000" : L"0.000000";
     // Up to 309 integer digits, the point and six decimals.
     char fixed[330];
-    const double magnitude = parts.negative ? -value : value;
     const auto written = std::to_chars(fixed, fixed + sizeof fixed, magnitude, std::chars_format::fixed, 6);
     char* last = written.ptr - 1;
     if (TieRoundedDown(parts, 6)) ++*last;
