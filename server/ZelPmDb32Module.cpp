@@ -68,11 +68,9 @@ void CKobPmDb32Module::OnServerLock(bool lock) {
         // so an activation that comes now starts a new server. Windows suspends the class
         // objects itself at this point; Wine does not, and would hand the dying process's
         // class objects to the next client. Then the monitor thread ends the message loop.
-        // A server COM started lends its class objects until its least lifetime is over:
-        // under Wine the clients of an activation storm look up the class object of the first
-        // server that registered and reach it up to a second later, so one that revoked in
-        // between would fail their activation.
-        if (!s_instance->StillYoung()) s_instance->RevokeClassObjects();
+        // A server COM started still lives out its least lifetime (the monitor thread waits
+        // for it), but no new client is sent to it meanwhile.
+        s_instance->RevokeClassObjects();
         SetEvent(s_instance->m_shutdownEvent.get());
     }
 }
@@ -110,10 +108,6 @@ DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
         }
     }
     return 0;
-}
-
-bool CKobPmDb32Module::StillYoung() const noexcept {
-    return m_startedForCom && GetTickCount() - m_startTicks < kLeastLifetime;
 }
 
 void CKobPmDb32Module::EndIfUnused() {

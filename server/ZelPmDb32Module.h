@@ -20,18 +20,15 @@ public:
 
     // How long a server that COM started waits for its first object before it ends.
     static constexpr DWORD kIdleGrace = 5000;
-    // The least time a server that COM started lives and offers its class objects. Under
-    // Wine the client whose activation started a server watches that process for a second
-    // and fails if it ends by then, even when another server took its class request; and the
-    // clients of an activation storm reach the first server that registered up to a second
-    // after they looked it up.
+    // The least time a server that COM started lives. Under Wine the client whose activation
+    // started a server watches that process for a second and fails if it ends by then, even
+    // when another server took its class request (several hosts activating at once).
     static constexpr DWORD kLeastLifetime = 3000;
 
 private:
     HRESULT RunServer();
     void RunMessageLoop();
     void EndIfUnused();
-    bool StillYoung() const noexcept;  // started by COM and younger than kLeastLifetime
     HRESULT RegisterClassObjects();
     void RevokeClassObjects() noexcept;
     static void OnServerLock(bool lock);
