@@ -66,16 +66,8 @@ struct Slot {
     }
 };
 
-std::wstring PlatformFormat(const wchar_t* format, ...) {
-    wchar_t buffer[512];
-    va_list args;
-    va_start(args, format);
-    int n = _vsnwprintf(buffer, 511, format, args);
-    va_end(args);
-    buffer[511] = 0;
-    if (n < 0) n = static_cast<int>(wcslen(buffer));
-    return std::wstring(buffer, static_cast<size_t>(n));
-}
+// The platform formatter the server used for every value before, as the reference.
+using zel::PlatformFormat;
 
 std::wstring PlatformDate(DATE value, LCID locale, ULONG flags) {
     Bstr text;
