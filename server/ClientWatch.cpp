@@ -34,11 +34,13 @@ bool ClientWatch::Observe(unsigned connections) noexcept {
     return ++m_quiet >= kQuietObservations;
 }
 
-bool ConnectionThreadsAreVisible() noexcept {
+bool RunsUnderWine() noexcept {
     // Wine's ntdll exports its version; Windows' does not.
     HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-    return ntdll && GetProcAddress(ntdll, "wine_get_version") && ThreadDescriptionReader();
+    return ntdll && GetProcAddress(ntdll, "wine_get_version");
 }
+
+bool ConnectionThreadsAreVisible() noexcept { return RunsUnderWine() && ThreadDescriptionReader(); }
 
 unsigned CountClientConnections() noexcept {
     static const GetThreadDescriptionFunction describe = ThreadDescriptionReader();

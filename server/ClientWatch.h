@@ -41,6 +41,8 @@ private:
 
 // The number of Wine RPC connection threads in this process; 0 where there are none.
 unsigned CountClientConnections() noexcept;
+// Whether this process runs under Wine.
+bool RunsUnderWine() noexcept;
 // Whether this platform names its client connection threads, so that a count of 0 means no
 // client (true under Wine).
 bool ConnectionThreadsAreVisible() noexcept;

@@ -2,14 +2,13 @@
 
 #include <objbase.h>
 
+#include <algorithm>
 #include <string>
 
 #include "common/ComObject.h"
-#include "helper/ZelOleDbHelperImpl.h"
 #include "server/ClientWatch.h"
 #include "server/CommandLine.h"
 #include "server/Registration.h"
-#include "service/ZelOleDbImpl.h"
 
 namespace zel {
 
@@ -64,19 +63,15 @@ void CKobPmDb32Module::OnServerLock(bool lock) {
     if (lock) {
         CoAddRefServerProcess();
     } else if (CoReleaseServerProcess() == 0 && s_instance && s_instance->m_shutdownEvent) {
-        // The last object and lock are gone: no new client may reach this process any more,
-        // so an activation that comes now starts a new server. Windows suspends the class
-        // objects itself at this point; Wine does not, and would hand the dying process's
-        // class objects to the next client. Then the monitor thread ends the message loop.
-        // A server COM started still lives out its least lifetime (the monitor thread waits
-        // for it), but no new client is sent to it meanwhile.
-        s_instance->RevokeClassObjects();
+        // The last object and lock are gone: the monitor thread has the main thread decide.
         SetEvent(s_instance->m_shutdownEvent.get());
     }
 }
 
 DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
     auto* module = static_cast<CKobPmDb32Module*>(parameter);
+    // Its own apartment, for the activations by which the class objects are withdrawn.
+    const HRESULT com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     // A server COM started also ends when the client of its only activation died before any
     // connection of it was seen (its object made after the client was gone).
     ClientWatch watch(module->m_startedForCom && ConnectionThreadsAreVisible());
@@ -86,9 +81,15 @@ DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
         if (module->m_ending.load()) break;
         const DWORD age = GetTickCount() - module->m_startTicks;
         if (wait == WAIT_OBJECT_0) {
-            // The last object went. The main thread decides, since an object may have been
-            // made again meanwhile by a client that had the class object before the revoke.
-            if (module->m_startedForCom && age < kLeastLifetime) Sleep(kLeastLifetime - age);
+            if (module->m_classes.Withdrawn()) {
+                // New activations are no longer sent here once this server's registrations
+                // are out of the activation service; one already on its way gets time to
+                // make its object.
+                module->m_classes.Absorb();
+                Sleep(kActivationDrain);
+            } else if (module->m_startedForCom && age < kLeastLifetime) {
+                Sleep(kLeastLifetime - age);
+            }
             PostThreadMessageW(module->m_mainThreadId, kEndIfUnusedMessage, 0, 0);
             continue;
         }
@@ -107,15 +108,23 @@ DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
             PostThreadMessageW(module->m_mainThreadId, kEndIfUnusedMessage, 0, 0);
         }
     }
+    if (SUCCEEDED(com)) CoUninitialize();
     return 0;
 }
 
 void CKobPmDb32Module::EndIfUnused() {
-    // Runs on the apartment's thread, where objects are made: no activation can come between
-    // the check and the revoke. A client that got a class object before the revoke and makes
-    // its object later is still served (RunServer runs the loop again for it).
+    // Runs on the apartment's thread, where objects are made, so no object can be made
+    // between the check and the revoke. Once no object is left, the class objects are
+    // withdrawn (ClassRegistrations.h); an object made after that by an activation that was
+    // already on its way is served until its release, which decides again (RunServer runs
+    // the loop again for it).
     if (m_locks.load() != 0) return;
-    RevokeClassObjects();
+    m_classes.Withdraw();
+    if (!m_classes.Absorbed()) {
+        SetEvent(m_shutdownEvent.get());  // the monitor thread absorbs, then asks again
+        return;
+    }
+    m_classes.RevokeAll();
     PostQuitMessage(0);
 }
 
@@ -126,46 +135,34 @@ void CKobPmDb32Module::RunMessageLoop() {
             EndIfUnused();
             continue;
         }
+        if (!message.hwnd && message.message == ClassRegistrations::kHandOutMessage) {
+            m_classes.OnHandOut(message.wParam);
+            continue;
+        }
         TranslateMessage(&message);
         DispatchMessageW(&message);
     }
 }
 
-HRESULT CKobPmDb32Module::RegisterClassObjects() {
-    ComPtr<IClassFactory> helper = ClassFactory<ZelOleDbHelperImpl>::Make();
-    ComPtr<IClassFactory> service = ClassFactory<ZelOleDbImpl>::Make();
-    HRESULT hr = CoRegisterClassObject(CLSID_ZelOleDbHelperImpl, helper.get(), CLSCTX_LOCAL_SERVER,
-                                       REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED, &m_cookies[0]);
-    if (SUCCEEDED(hr))
-        hr = CoRegisterClassObject(CLSID_ZelOleDbImpl, service.get(), CLSCTX_LOCAL_SERVER,
-                                   REGCLS_MULTIPLEUSE | REGCLS_SUSPENDED, &m_cookies[1]);
-    return hr;
-}
-
-void CKobPmDb32Module::RevokeClassObjects() noexcept {
-    for (DWORD& cookie : m_cookies) {
-        if (cookie) CoRevokeClassObject(cookie);
-        cookie = 0;
-    }
-}
-
 HRESULT CKobPmDb32Module::RunServer() {
     ModuleLifetime::SetHook(&CKobPmDb32Module::OnServerLock);
-    HRESULT hr = RegisterClassObjects();
+    // Under Wine, with the single-use registrations that let activations on their way
+    // through a withdrawal still be served.
+    HRESULT hr = m_classes.Register(RunsUnderWine());
     if (FAILED(hr)) {
-        RevokeClassObjects();
+        m_classes.RevokeAll();
         return hr;
     }
     m_shutdownEvent.reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     UniqueHandle monitor(m_shutdownEvent ? CreateThread(nullptr, 0, &MonitorThread, this, 0, nullptr) : nullptr);
-    hr = monitor ? CoResumeClassObjects() : HRESULT_FROM_WIN32(GetLastError());
+    hr = monitor ? ClassRegistrations::Resume() : HRESULT_FROM_WIN32(GetLastError());
     if (FAILED(hr)) {
         m_ending = true;
         if (m_shutdownEvent) SetEvent(m_shutdownEvent.get());
         if (monitor) WaitForSingleObject(monitor.get(), 2 * kShutdownTimeout);
         monitor.reset();
         m_shutdownEvent.reset();
-        RevokeClassObjects();
+        m_classes.RevokeAll();
         return hr;
     }
 
@@ -179,7 +176,7 @@ HRESULT CKobPmDb32Module::RunServer() {
     WaitForSingleObject(monitor.get(), kShutdownTimeout);
     monitor.reset();
     m_shutdownEvent.reset();
-    RevokeClassObjects();
+    m_classes.RevokeAll();
     return S_OK;
 }
 

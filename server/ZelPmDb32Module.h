@@ -9,6 +9,7 @@
 #include <atomic>
 
 #include "common/Win32Handles.h"
+#include "server/ClassRegistrations.h"
 
 namespace zel {
 
@@ -20,24 +21,26 @@ public:
 
     // How long a server that COM started waits for its first object before it ends.
     static constexpr DWORD kIdleGrace = 5000;
-    // The least time a server that COM started lives. Under Wine the client whose activation
-    // started a server watches that process for a second and fails if it ends by then, even
-    // when another server took its class request (several hosts activating at once).
+    // The least time a server that COM started offers its class objects, even when its last
+    // object went before. Under Wine a host whose activation found no server starts one and
+    // fails if that process ends within a second; it then asks for a class object once a
+    // second, and starts no other server.
     static constexpr DWORD kLeastLifetime = 3000;
+    // How long the process goes on once its class objects are withdrawn, for an activation
+    // that took one just before to make its object.
+    static constexpr DWORD kActivationDrain = 500;
 
 private:
     HRESULT RunServer();
     void RunMessageLoop();
     void EndIfUnused();
-    HRESULT RegisterClassObjects();
-    void RevokeClassObjects() noexcept;
     static void OnServerLock(bool lock);
     static DWORD WINAPI MonitorThread(void* parameter);
 
     static CKobPmDb32Module* s_instance;
     DWORD m_mainThreadId = 0;
     UniqueHandle m_shutdownEvent;
-    DWORD m_cookies[2] = {};
+    ClassRegistrations m_classes;
     bool m_startedForCom = false;  // the command line has -Embedding
     DWORD m_startTicks = 0;
     std::atomic<long> m_locks{0};  // objects and server locks, as counted for COM

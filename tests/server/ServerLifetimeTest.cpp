@@ -21,7 +21,10 @@ using zel::ComPtr;
 
 namespace {
 
-constexpr DWORD kPromptExit = 3000;  // "at once", with room for a loaded machine
+// "At once": a server COM started offers its class objects for its least lifetime, then
+// withdraws them; with room for a loaded machine.
+constexpr DWORD kPromptExit =
+    zel::CKobPmDb32Module::kLeastLifetime + zel::CKobPmDb32Module::kActivationDrain + 1500;
 constexpr DWORD kIdleGrace = zel::CKobPmDb32Module::kIdleGrace;
 
 // A script for Wine's cscript of this process's bitness, written to a temporary file.
