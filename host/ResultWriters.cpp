@@ -103,12 +103,18 @@ void CsvWriter::Begin(const std::vector<ColumnHeading>& columns) {
 }
 
 void CsvWriter::Row(const std::vector<Cell>& cells) {
-    std::wstring line;
+    // One line buffer reused across rows: results stream through here row after row.
+    m_line.clear();
     for (size_t c = 0; c < cells.size(); ++c) {
-        if (c > 0) line += L',';
-        line += Field(cells[c]);
+        if (c > 0) m_line += L',';
+        const Cell& cell = cells[c];
+        if (!cell.isNull && !cell.text.empty() && cell.text.find_first_of(L",\"\r\n") == std::wstring::npos)
+            m_line += cell.text;  // the common case needs no quoting and no copy of its own
+        else
+            m_line += Field(cell);
     }
-    m_out.Write(line + L"\n");
+    m_line += L'\n';
+    m_out.Write(m_line);
 }
 
 void CsvWriter::End(const ResultEnd&) {}

@@ -84,6 +84,7 @@ public:
 
 private:
     TextSink& m_out;
+    std::wstring m_line;
 };
 
 // One JSON array of objects, one object per row with the column names as keys, written as
