@@ -295,15 +295,16 @@ Measurement MeasureDocument(const LocalPlan& plan) {
         KobOleDbCommand command;
         ExecuteRowQuery(command, connection);
         s.setupSeconds = clock.Seconds();
-        std::wstring xml;
+        // The BSTR the server hands out, as CmdExecute asks for it.
+        Bstr xml;
         {
             KobOleDbXML writer;
             if (!writer.BuildQueryDataXml(&command, xml)) ThrowHr(E_FAIL);
         }
         s.seconds = clock.Seconds();
         s.calls = 1;
-        s.bytes = xml.size() * sizeof(wchar_t);
-        s.rows = CountDocumentRows(xml.data(), xml.size());
+        s.bytes = xml.length() * sizeof(wchar_t);
+        s.rows = CountDocumentRows(xml.c_str(), xml.length());
         return s;
     });
     return m;

@@ -63,6 +63,7 @@ python3 "$ROOT/bench/perf-profile.py" "$data" ${wineserver_pid:+--wineserver-pid
   --inclusive 'KobOleDbCommand::Execute' 'KobOleDbCommand::FetchNext' 'KobOleDbCommand::FieldAsString' \
               'KobOleDbXML::AddMetadata' 'KobOleDbXML::AddResultset' 'zel::SetAttribute' 'zel::AppendElement' \
               'zel::DocumentXml' 'domdoc_get_xml' 'xmlBufferResize' 'PlatformFormat' 'zel::DateText' \
+              'zel::ValueText' 'zel::RealText' 'zel::FixedRealText' 'DateTextFormat::' \
               'ZelLite.dll!' 'Rowset::GetNextRows' 'Rowset::GetData' 'sqlite3_step' \
               'ZelOleDbImpl::' 'IsConnected' 'NdrStubCall|NdrClientCall|ndr_|rpcrt4' 'wineserver' \
   --pe "$TREES"/win32/bin/ZelBenchLocal.exe "$TREES"/win32/bin/ZelLite.dll "$TREES"/win32/bin/ZelPmDb32.exe \

@@ -2,6 +2,8 @@
 
 #include <iterator>
 
+#include "common/Win32Handles.h"
+
 namespace zel {
 namespace {
 
@@ -36,11 +38,9 @@ constexpr wchar_t kIsamRoot[] = L"Software\\Microsoft\\Jet\\4.0\\ISAM Formats\\"
 // Whether HKLM\<path> exists in the 32-bit view, where the 32-bit Jet engine registers
 // itself; a 64-bit build asks the same view. Only presence counts: no value is read.
 bool KeyExists(const std::wstring& path) {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_QUERY_VALUE | KEY_WOW64_32KEY, &key) != ERROR_SUCCESS)
-        return false;
-    RegCloseKey(key);
-    return true;
+    UniqueRegKey key;
+    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_QUERY_VALUE | KEY_WOW64_32KEY, key.put()) ==
+           ERROR_SUCCESS;
 }
 
 }  // namespace

@@ -2,11 +2,11 @@
 
 #include <string>
 
+#include "automation/Dispatch.h"
+#include "automation/TypeLibrary.h"
 #include "common/Bstr.h"
 #include "common/ComPtr.h"
 #include "helper/BuildFormatConnectionInfo.h"
-#include "server/Dispatch.h"
-#include "server/TypeLibrary.h"
 
 namespace zel {
 

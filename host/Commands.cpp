@@ -6,6 +6,7 @@
 #include "common/ComError.h"
 #include "common/SafeArray.h"
 #include "common/Variant.h"
+#include "common/Win32Handles.h"
 #include "host/Progress.h"
 #include "host/ResultWriters.h"
 #include "host/Shell.h"
@@ -50,16 +51,16 @@ std::optional<std::uint64_t> FileSize(const std::wstring& path) {
 // A text file as UTF-16: a UTF-16 byte-order mark (either order) is honoured, anything else
 // is read as UTF-8 (its mark skipped).
 std::wstring ReadTextFile(const std::wstring& path) {
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    UniqueHandle file = AdoptFileHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) {
         throw ZelDbError(L"cannot read \"" + path + L"\"", HRESULT_FROM_WIN32(GetLastError()));
     }
     std::string bytes;
     char buffer[65536];
     DWORD read = 0;
-    while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0) bytes.append(buffer, read);
-    CloseHandle(file);
+    while (ReadFile(file.get(), buffer, sizeof buffer, &read, nullptr) && read > 0) bytes.append(buffer, read);
+    file.reset();
     if (bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFF &&
         static_cast<unsigned char>(bytes[1]) == 0xFE) {
         std::wstring text((bytes.size() - 2) / 2, L'\0');

@@ -1,13 +1,7 @@
 #include "oledb/FieldText.h"
 
-#include <oleauto.h>
-#include <rpc.h>
-
 #include <cstdarg>
-#include <cstdlib>
 #include <cwchar>
-
-#include "common/Bstr.h"
 
 namespace zel {
 
@@ -24,38 +18,37 @@ std::wstring PlatformFormat(const wchar_t* format, ...) {
 }
 
 std::wstring DecimalText(const DECIMAL& value) {
-    wchar_t part[72];
     std::wstring digits;
-    if (value.Hi32 != 0) {
-        _ultow(value.Hi32, part, 10);
-        digits = part;
-    }
-    _ui64tow(value.Lo64, part, 10);
-    digits += part;
+    if (value.Hi32 != 0) digits = UnsignedText(value.Hi32);
+    digits += UnsignedText(value.Lo64);
     const size_t scale = value.scale;
     std::wstring text;
+    if (value.sign != 0) text += L'-';
     if (digits.size() > scale) {
-        text = digits.substr(0, digits.size() - scale) + L"." + digits.substr(digits.size() - scale);
+        const size_t point = digits.size() - scale;
+        text.append(digits, 0, point);
+        text += L'.';
+        text.append(digits, point, std::wstring::npos);
     } else {
-        while (digits.size() < scale) digits.insert(digits.begin(), L'0');
-        text = L"0." + digits;
+        text += L"0.";
+        text.append(scale - digits.size(), L'0');
+        text += digits;
     }
-    if (value.sign != 0) text.insert(text.begin(), L'-');
     return text;
 }
 
-std::wstring DateText(DATE value, ULONG flags) {
-    Bstr text;
-    if (FAILED(VarBstrFromDate(value, LANG_USER_DEFAULT, flags, text.put()))) return L"Invalid DateTime";
-    return text.str();
+std::wstring DateText(DATE value, ULONG flags, const DateTextFormat& format) {
+    std::wstring text;
+    if (!format.DateText(value, flags, text)) return L"Invalid DateTime";
+    return text;
 }
 
 namespace {
 
-std::wstring SystemTimeText(const SYSTEMTIME& time, ULONG flags) {
-    DATE date = 0;
-    if (!SystemTimeToVariantTime(const_cast<SYSTEMTIME*>(&time), &date)) return L"Invalid DateTime";
-    return DateText(date, flags);
+std::wstring SystemTimeText(const SYSTEMTIME& time, ULONG flags, const DateTextFormat& format) {
+    std::wstring text;
+    if (!format.FieldsText(time, flags, text)) return L"Invalid DateTime";
+    return text;
 }
 
 bool ValidCalendarDate(int year, int month, int day) {
@@ -68,16 +61,16 @@ bool ValidCalendarDate(int year, int month, int day) {
 
 }  // namespace
 
-std::wstring DbDateText(const DBDATE& value) {
+std::wstring DbDateText(const DBDATE& value, const DateTextFormat& format) {
     if (!ValidCalendarDate(value.year, value.month, value.day)) return L"Invalid DateTime";
     SYSTEMTIME time = {};
     time.wYear = static_cast<WORD>(value.year);
     time.wMonth = value.month;
     time.wDay = value.day;
-    return SystemTimeText(time, VAR_DATEVALUEONLY);
+    return SystemTimeText(time, VAR_DATEVALUEONLY, format);
 }
 
-std::wstring DbTimeText(const DBTIME& value) {
+std::wstring DbTimeText(const DBTIME& value, const DateTextFormat& format) {
     if (value.hour > 23 || value.minute > 59 || value.second > 59) return L"Invalid DateTime";
     SYSTEMTIME time = {};
     time.wYear = 1899;
@@ -86,10 +79,10 @@ std::wstring DbTimeText(const DBTIME& value) {
     time.wHour = value.hour;
     time.wMinute = value.minute;
     time.wSecond = value.second;
-    return SystemTimeText(time, VAR_TIMEVALUEONLY);
+    return SystemTimeText(time, VAR_TIMEVALUEONLY, format);
 }
 
-std::wstring DbTimestampText(const DBTIMESTAMP& value) {
+std::wstring DbTimestampText(const DBTIMESTAMP& value, const DateTextFormat& format) {
     if (!ValidCalendarDate(value.year, value.month, value.day) || value.hour > 23 || value.minute > 59 ||
         value.second > 59)
         return L"Invalid DateTime";
@@ -100,10 +93,10 @@ std::wstring DbTimestampText(const DBTIMESTAMP& value) {
     time.wHour = value.hour;
     time.wMinute = value.minute;
     time.wSecond = value.second;  // the fraction is dropped
-    return SystemTimeText(time, 0);
+    return SystemTimeText(time, 0, format);
 }
 
-std::wstring FileTimeText(const FILETIME& value) {
+std::wstring FileTimeText(const FILETIME& value, const DateTextFormat& format) {
     SYSTEMTIME time = {};
     if (!FileTimeToSystemTime(&value, &time)) return {};
     DBTIMESTAMP stamp = {};
@@ -113,15 +106,27 @@ std::wstring FileTimeText(const FILETIME& value) {
     stamp.hour = time.wHour;
     stamp.minute = time.wMinute;
     stamp.second = time.wSecond;
-    return DbTimestampText(stamp);
+    return DbTimestampText(stamp, format);
 }
 
 std::wstring GuidText(const GUID& value) {
-    RPC_WSTR text = nullptr;
-    if (UuidToStringW(const_cast<GUID*>(&value), &text) != RPC_S_OK || !text) return {};
-    std::wstring result(reinterpret_cast<wchar_t*>(text));
-    RpcStringFreeW(&text);  // the RPC runtime's own string
-    return result;
+    static const wchar_t kHex[] = L"0123456789abcdef";
+    wchar_t text[36];
+    int n = 0;
+    auto put = [&](unsigned long long bits, int digits) {
+        for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) text[n++] = kHex[(bits >> shift) & 15];
+    };
+    put(value.Data1, 8);
+    text[n++] = L'-';
+    put(value.Data2, 4);
+    text[n++] = L'-';
+    put(value.Data3, 4);
+    text[n++] = L'-';
+    put(value.Data4[0], 2);
+    put(value.Data4[1], 2);
+    text[n++] = L'-';
+    for (int i = 2; i < 8; ++i) put(value.Data4[i], 2);
+    return std::wstring(text, 36);
 }
 
 std::wstring WideText(const BYTE* value, DBLENGTH bytes) {

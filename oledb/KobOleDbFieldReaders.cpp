@@ -28,13 +28,6 @@ T Read(const BYTE* value) {
 
 bool IsConvertible(DBSTATUS status) { return status == DBSTATUS_S_OK || status == DBSTATUS_S_TRUNCATED; }
 
-// A 64-bit pattern read as the double the platform formatter would take from it.
-double BitsAsDouble(unsigned long long bits) {
-    double d;
-    std::memcpy(&d, &bits, sizeof d);
-    return d;
-}
-
 }  // namespace
 
 std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
@@ -44,43 +37,6 @@ std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
     if (status == DBSTATUS_S_ISNULL || !IsConvertible(status)) return {};
     const BYTE* v = m_accessor.Value(index);
     switch (m_accessor.Column(index).wType) {
-        case DBTYPE_I1: {
-            // "%c" of the signed byte: one character, not a number (a 0 byte ends the text).
-            int c = Read<signed char>(v);
-            return c == 0 ? std::wstring() : std::wstring(1, static_cast<wchar_t>(c));
-        }
-        case DBTYPE_UI1: return PlatformFormat(L"%hu", static_cast<unsigned>(Read<BYTE>(v)));
-        case DBTYPE_I2: return PlatformFormat(L"%hd", static_cast<int>(Read<SHORT>(v)));
-        case DBTYPE_UI2: return PlatformFormat(L"%hu", static_cast<unsigned>(Read<USHORT>(v)));
-        case DBTYPE_I4:
-        case DBTYPE_ERROR: return PlatformFormat(L"%ld", Read<LONG>(v));
-        case DBTYPE_UI4: return PlatformFormat(L"%lu", Read<ULONG>(v));
-        case DBTYPE_I8: {
-            // "%d" with the two halves: only the low half appears, as a signed number.
-            ULONGLONG value = Read<ULONGLONG>(v);
-            return PlatformFormat(L"%d", static_cast<int>(static_cast<ULONG>(value)), static_cast<int>(value >> 32));
-        }
-        case DBTYPE_UI8: {
-            // "%ud": the low half as an unsigned number followed by the letter d.
-            ULONGLONG value = Read<ULONGLONG>(v);
-            return PlatformFormat(L"%ud", static_cast<unsigned>(value), static_cast<unsigned>(value >> 32));
-        }
-        case DBTYPE_R4: return PlatformFormat(L"%g", static_cast<double>(Read<float>(v)));
-        case DBTYPE_R8: return PlatformFormat(L"%lg", Read<double>(v));
-        case DBTYPE_CY: {
-            // "%l.%l" with quotient and remainder as halves: no conversion letters, so the
-            // text is whatever the formatter makes of the format itself.
-            LONGLONG value = Read<CY>(v).int64;
-            LONGLONG q = value / 10000;
-            LONGLONG r = value - q * 10000;
-            return PlatformFormat(L"%l.%l", static_cast<ULONG>(q), static_cast<ULONG>(q >> 32), static_cast<ULONG>(r),
-                                  static_cast<ULONG>(r >> 32));
-        }
-        case DBTYPE_DATE: return DateText(Read<DATE>(v), 0);
-        case DBTYPE_DBDATE: return DbDateText(Read<DBDATE>(v));
-        case DBTYPE_DBTIME: return DbTimeText(Read<DBTIME>(v));
-        case DBTYPE_DBTIMESTAMP: return DbTimestampText(Read<DBTIMESTAMP>(v));
-        case DBTYPE_FILETIME: return FileTimeText(Read<FILETIME>(v));
         case DBTYPE_BSTR: {
             BSTR text = Read<BSTR>(v);
             return text ? std::wstring(text) : std::wstring();
@@ -89,16 +45,6 @@ std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
         case DBTYPE_STR:
             // DBTYPE_STR is read as UTF-16 as well: no 8-bit conversion is made.
             return WideText(v, m_accessor.BoundSize(index));
-        case DBTYPE_BOOL: {
-            // "%f" given the value sign-extended to 32 bits: the formatter reads a double
-            // whose low half is that value and whose high half is zero.
-            LONG extended = Read<SHORT>(v);
-            return PlatformFormat(L"%f", BitsAsDouble(static_cast<ULONG>(extended)));
-        }
-        case DBTYPE_VARIANT:
-            // "%f" given the VARIANT: its first 8 bytes are read as the double.
-            return PlatformFormat(L"%f", Read<double>(v));
-        case DBTYPE_DECIMAL: return DecimalText(Read<DECIMAL>(v));
         case DBTYPE_NUMERIC:
         case DBTYPE_VARNUMERIC: {
             IDataConvert* convert = m_connection ? m_connection->GetDataConvert() : nullptr;
@@ -116,9 +62,7 @@ std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
             result.resize(static_cast<size_t>(written + 1));
             return result;
         }
-        case DBTYPE_GUID: return GuidText(Read<GUID>(v));
-        case DBTYPE_IDISPATCH: return PlatformFormat(L"%p", Read<void*>(v));
-        default: return {};
+        default: return ValueText(m_accessor.Column(index).wType, v);
     }
 }
 

@@ -3,8 +3,8 @@
 #include <objbase.h>
 
 #include "common/ComObject.h"
-#include "provider/DataSource.h"
 #include "provider/ProviderIdentity.h"
+#include "provider/objects/DataSource.h"
 
 namespace {
 HMODULE g_module = nullptr;

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "common/Win32Handles.h"
 #include "provider/ProviderIdentity.h"
 
 namespace {
@@ -16,26 +17,11 @@ using zel::lite::kProgId;
 using zel::lite::kProviderClsidText;
 using zel::lite::kProviderName;
 using zel::lite::kVersionIndependentProgId;
+using zel::UniqueRegKey;
 
 constexpr wchar_t kClasses[] = L"Software\\Classes";
 // All OLE DB services may wrap the provider (DBPROPVAL_OS_ENABLEALL).
 constexpr DWORD kOleDbServices = 0xFFFFFFFF;
-
-// Owns an open registry key.
-class RegKey {
-public:
-    RegKey() = default;
-    RegKey(const RegKey&) = delete;
-    RegKey& operator=(const RegKey&) = delete;
-    ~RegKey() {
-        if (m_key) RegCloseKey(m_key);
-    }
-    HKEY* put() { return &m_key; }
-    HKEY get() const { return m_key; }
-
-private:
-    HKEY m_key = nullptr;
-};
 
 std::wstring ClassesPath(const std::wstring& sub) { return std::wstring(kClasses) + L"\\" + sub; }
 
@@ -45,7 +31,7 @@ std::wstring ClsidKeyPath() { return std::wstring(L"CLSID\\") + kProviderClsidTe
 // string value. Returns the Win32 error as an HRESULT.
 HRESULT WriteKey(REGSAM view, const std::wstring& path, const wchar_t* defaultValue,
                  const wchar_t* valueName = nullptr, const wchar_t* value = nullptr) {
-    RegKey key;
+    UniqueRegKey key;
     LONG rc = RegCreateKeyExW(HKEY_LOCAL_MACHINE, ClassesPath(path).c_str(), 0, nullptr, 0,
                               KEY_WRITE | view, nullptr, key.put(), nullptr);
     if (rc != ERROR_SUCCESS) return HRESULT_FROM_WIN32(rc);
@@ -59,7 +45,7 @@ HRESULT WriteKey(REGSAM view, const std::wstring& path, const wchar_t* defaultVa
 }
 
 HRESULT WriteDword(REGSAM view, const std::wstring& path, const wchar_t* name, DWORD value) {
-    RegKey key;
+    UniqueRegKey key;
     LONG rc = RegOpenKeyExW(HKEY_LOCAL_MACHINE, ClassesPath(path).c_str(), 0, KEY_WRITE | view, key.put());
     if (rc == ERROR_SUCCESS)
         rc = RegSetValueExW(key.get(), name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof(value));
@@ -68,7 +54,7 @@ HRESULT WriteDword(REGSAM view, const std::wstring& path, const wchar_t* name, D
 
 // Deletes `path` and everything below it; a missing key is not an error.
 HRESULT DeleteTree(REGSAM view, const std::wstring& path) {
-    RegKey classes;
+    UniqueRegKey classes;
     LONG rc = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kClasses, 0, KEY_ALL_ACCESS | view, classes.put());
     if (rc == ERROR_FILE_NOT_FOUND) return S_OK;
     if (rc != ERROR_SUCCESS) return HRESULT_FROM_WIN32(rc);
@@ -78,7 +64,7 @@ HRESULT DeleteTree(REGSAM view, const std::wstring& path) {
 }
 
 bool KeyExists(REGSAM view, const std::wstring& path) {
-    RegKey key;
+    UniqueRegKey key;
     return RegOpenKeyExW(HKEY_LOCAL_MACHINE, ClassesPath(path).c_str(), 0, KEY_READ | view, key.put()) ==
            ERROR_SUCCESS;
 }

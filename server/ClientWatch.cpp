@@ -5,6 +5,8 @@
 
 #include <cwchar>
 
+#include "common/Win32Handles.h"
+
 namespace zel {
 namespace {
 
@@ -28,32 +30,36 @@ bool ClientWatch::Observe(unsigned connections) noexcept {
         m_quiet = 0;
         return false;
     }
-    if (!m_seen) return false;
+    if (!m_seen) return m_judgeUnseen && ++m_quiet >= kUnseenObservations;
     return ++m_quiet >= kQuietObservations;
+}
+
+bool ConnectionThreadsAreVisible() noexcept {
+    // Wine's ntdll exports its version; Windows' does not.
+    HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    return ntdll && GetProcAddress(ntdll, "wine_get_version") && ThreadDescriptionReader();
 }
 
 unsigned CountClientConnections() noexcept {
     static const GetThreadDescriptionFunction describe = ThreadDescriptionReader();
     if (!describe) return 0;
-    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-    if (snapshot == INVALID_HANDLE_VALUE) return 0;
+    UniqueHandle snapshot = AdoptFileHandle(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    if (!snapshot) return 0;
     const DWORD self = GetCurrentProcessId();
     unsigned count = 0;
     THREADENTRY32 entry{};
     entry.dwSize = sizeof(entry);
-    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
+    for (BOOL more = Thread32First(snapshot.get(), &entry); more; more = Thread32Next(snapshot.get(), &entry)) {
         if (entry.th32OwnerProcessID != self) continue;
-        HANDLE thread = OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, entry.th32ThreadID);
+        UniqueHandle thread(OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, entry.th32ThreadID));
         if (!thread) continue;
         PWSTR description = nullptr;
         // Wine answers with a success code other than S_OK; what counts is the text.
-        if (SUCCEEDED(describe(thread, &description)) && description) {
+        if (SUCCEEDED(describe(thread.get(), &description)) && description) {
             if (std::wcscmp(description, kConnectionThread) == 0) ++count;
             LocalFree(description);
         }
-        CloseHandle(thread);
     }
-    CloseHandle(snapshot);
     return count;
 }
 

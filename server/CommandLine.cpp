@@ -34,4 +34,10 @@ ServerAction ParseCommandLine(const wchar_t* commandLine) {
     return ServerAction::Run;
 }
 
+bool IsStartedForCom(const wchar_t* commandLine) {
+    for (const wchar_t* p = commandLine; p && *p; ++p)
+        if ((*p == L'-' || *p == L'/') && IsSwitch(p + 1, L"Embedding")) return true;
+    return false;
+}
+
 }  // namespace zel

@@ -10,4 +10,8 @@ enum class ServerAction { Run, RegServer, UnregServer, RegServerPerUser, UnregSe
 // (-Embedding included) runs the server.
 ServerAction ParseCommandLine(const wchar_t* commandLine);
 
+// Whether COM started the process for an activation: its command line has the switch
+// "Embedding" (matched like the others). Such a server ends by itself when no client comes.
+bool IsStartedForCom(const wchar_t* commandLine);
+
 }  // namespace zel

@@ -4,6 +4,7 @@
 
 #include "ZelPmDb32.h"
 #include "common/ComPtr.h"
+#include "common/Win32Handles.h"
 
 // Per-user type-library registration; oleaut32 exports these, mingw's headers omit them.
 extern "C" {
@@ -36,13 +37,13 @@ std::wstring GuidString(REFGUID guid) {
 }
 
 // The classes root of the scope.
-HKEY OpenRoot(RegistrationScope scope, HKEY& opened) {
-    opened = nullptr;
+HKEY OpenRoot(RegistrationScope scope, UniqueRegKey& opened) {
+    opened.reset();
     if (scope == RegistrationScope::Machine) return HKEY_CLASSES_ROOT;
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Classes", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &opened,
+    if (RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Classes", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, opened.put(),
                         nullptr) != ERROR_SUCCESS)
         return nullptr;
-    return opened;
+    return opened.get();
 }
 
 class Writer {
@@ -51,21 +52,18 @@ public:
     // Creates `path` and sets its value `name` (null: the default value) to `value`.
     void Set(const std::wstring& path, const wchar_t* name, const std::wstring& value) {
         if (FAILED(m_hr)) return;
-        HKEY key = nullptr;
-        LONG status = RegCreateKeyExW(m_root, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr);
-        if (status == ERROR_SUCCESS) {
-            status = RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+        UniqueRegKey key;
+        LONG status = RegCreateKeyExW(m_root, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, key.put(), nullptr);
+        if (status == ERROR_SUCCESS)
+            status = RegSetValueExW(key.get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
                                     static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
-            RegCloseKey(key);
-        }
         if (status != ERROR_SUCCESS) m_hr = HRESULT_FROM_WIN32(status);
     }
     // Creates `path` with no value of its own.
     void Create(const std::wstring& path) {
         if (FAILED(m_hr)) return;
-        HKEY key = nullptr;
-        LONG status = RegCreateKeyExW(m_root, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr);
-        if (status == ERROR_SUCCESS) RegCloseKey(key);
+        UniqueRegKey key;
+        LONG status = RegCreateKeyExW(m_root, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, key.put(), nullptr);
         if (status != ERROR_SUCCESS) m_hr = HRESULT_FROM_WIN32(status);
     }
     HRESULT Result() const { return m_hr; }
@@ -79,10 +77,8 @@ private:
 // is where both the machine-wide and the per-user type-library registration are seen.
 bool TypeLibRegistered() {
     const std::wstring path = L"TypeLib\\" + GuidString(LIBID_ZelPmDb32Lib) + L"\\1.0";
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
-    RegCloseKey(key);
-    return true;
+    UniqueRegKey key;
+    return RegOpenKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
 }
 
 HRESULT DeleteTree(HKEY root, const std::wstring& path) {
@@ -94,7 +90,7 @@ HRESULT DeleteTree(HKEY root, const std::wstring& path) {
 }  // namespace
 
 HRESULT RegisterServer(RegistrationScope scope, const std::wstring& serverPath) {
-    HKEY opened = nullptr;
+    UniqueRegKey opened;
     HKEY root = OpenRoot(scope, opened);
     if (!root) return HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
     const std::wstring appId = GuidString(LIBID_ZelPmDb32Lib);
@@ -115,7 +111,7 @@ HRESULT RegisterServer(RegistrationScope scope, const std::wstring& serverPath) 
         w.Set(std::wstring(c.progId) + L"\\CLSID", nullptr, GuidString(*c.clsid));
     }
     HRESULT hr = w.Result();
-    if (opened) RegCloseKey(opened);
+    opened.reset();
     if (FAILED(hr)) return hr;
 
     ComPtr<ITypeLib> lib;
@@ -127,7 +123,7 @@ HRESULT RegisterServer(RegistrationScope scope, const std::wstring& serverPath) 
 }
 
 HRESULT UnregisterServer(RegistrationScope scope) {
-    HKEY opened = nullptr;
+    UniqueRegKey opened;
     HKEY root = OpenRoot(scope, opened);
     if (!root) return HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
     HRESULT hr = S_OK;
@@ -141,7 +137,7 @@ HRESULT UnregisterServer(RegistrationScope scope) {
     }
     remove(L"AppID\\" + GuidString(LIBID_ZelPmDb32Lib));
     remove(std::wstring(L"AppID\\") + kExeName);
-    if (opened) RegCloseKey(opened);
+    opened.reset();
 
     // A library that is not registered is not an error for unregistration. Wine's
     // UnRegisterTypeLib answers E_INVALIDARG for it, so look for the version key first.

@@ -18,6 +18,8 @@ CKobPmDb32Module* CKobPmDb32Module::s_instance = nullptr;
 namespace {
 
 constexpr DWORD kShutdownTimeout = 5000;  // bounds the wait for the monitor thread on a failed start
+// Posted by the monitor thread to the main thread: end the process if no object is held.
+constexpr UINT kEndIfUnusedMessage = WM_APP + 1;
 
 std::wstring ModulePath() {
     std::wstring path(MAX_PATH, L'\0');
@@ -37,6 +39,8 @@ int CKobPmDb32Module::WinMain(const wchar_t* commandLine) {
     HRESULT hr = CoInitialize(nullptr);
     if (FAILED(hr)) return hr;
     m_mainThreadId = GetCurrentThreadId();
+    m_startTicks = GetTickCount();
+    m_startedForCom = IsStartedForCom(commandLine);
     s_instance = this;
     switch (ParseCommandLine(commandLine)) {
         case ServerAction::RegServer: hr = RegisterServer(RegistrationScope::Machine, ModulePath()); break;
@@ -52,6 +56,7 @@ int CKobPmDb32Module::WinMain(const wchar_t* commandLine) {
 void CKobPmDb32Module::OnServerLock(bool lock) {
     if (s_instance) {
         s_instance->m_locks += lock ? 1 : -1;
+        if (lock) s_instance->m_served = true;
         // Objects are made during a client's call, while its connection is there to be seen.
         if (lock && !s_instance->m_clientSeen.load() && CountClientConnections() > 0)
             s_instance->m_clientSeen = true;
@@ -63,22 +68,73 @@ void CKobPmDb32Module::OnServerLock(bool lock) {
         // so an activation that comes now starts a new server. Windows suspends the class
         // objects itself at this point; Wine does not, and would hand the dying process's
         // class objects to the next client. Then the monitor thread ends the message loop.
-        s_instance->RevokeClassObjects();
-        SetEvent(s_instance->m_shutdownEvent);
+        // A server COM started lends its class objects until its least lifetime is over:
+        // under Wine the clients of an activation storm look up the class object of the first
+        // server that registered and reach it up to a second later, so one that revoked in
+        // between would fail their activation.
+        if (!s_instance->StillYoung()) s_instance->RevokeClassObjects();
+        SetEvent(s_instance->m_shutdownEvent.get());
     }
 }
 
 DWORD WINAPI CKobPmDb32Module::MonitorThread(void* parameter) {
     auto* module = static_cast<CKobPmDb32Module*>(parameter);
-    ClientWatch watch;
-    while (WaitForSingleObject(module->m_shutdownEvent, ClientWatch::kInterval) == WAIT_TIMEOUT) {
+    // A server COM started also ends when the client of its only activation died before any
+    // connection of it was seen (its object made after the client was gone).
+    ClientWatch watch(module->m_startedForCom && ConnectionThreadsAreVisible());
+    bool idleReported = false;
+    while (!module->m_ending.load()) {
+        const DWORD wait = WaitForSingleObject(module->m_shutdownEvent.get(), ClientWatch::kInterval);
+        if (module->m_ending.load()) break;
+        const DWORD age = GetTickCount() - module->m_startTicks;
+        if (wait == WAIT_OBJECT_0) {
+            // The last object went. The main thread decides, since an object may have been
+            // made again meanwhile by a client that had the class object before the revoke.
+            if (module->m_startedForCom && age < kLeastLifetime) Sleep(kLeastLifetime - age);
+            PostThreadMessageW(module->m_mainThreadId, kEndIfUnusedMessage, 0, 0);
+            continue;
+        }
         // Objects are still referenced: when no client can reach them any more (every one
         // died, ClientWatch.h), end the process as their release would have.
         if (module->m_clientSeen.load()) watch.NoteConnection();
-        if (module->m_locks.load() > 0 && watch.Observe(CountClientConnections())) break;
+        if (module->m_locks.load() > 0 && watch.Observe(CountClientConnections())) {
+            module->m_clientsGone = true;
+            PostThreadMessageW(module->m_mainThreadId, WM_QUIT, 0, 0);
+            break;
+        }
+        // Started by COM and no client came (an activation abandoned, or taken by another
+        // server process started at the same time): end instead of waiting for ever.
+        if (module->m_startedForCom && !module->m_served.load() && !idleReported && age >= kIdleGrace) {
+            idleReported = true;
+            PostThreadMessageW(module->m_mainThreadId, kEndIfUnusedMessage, 0, 0);
+        }
     }
-    PostThreadMessageW(module->m_mainThreadId, WM_QUIT, 0, 0);
     return 0;
+}
+
+bool CKobPmDb32Module::StillYoung() const noexcept {
+    return m_startedForCom && GetTickCount() - m_startTicks < kLeastLifetime;
+}
+
+void CKobPmDb32Module::EndIfUnused() {
+    // Runs on the apartment's thread, where objects are made: no activation can come between
+    // the check and the revoke. A client that got a class object before the revoke and makes
+    // its object later is still served (RunServer runs the loop again for it).
+    if (m_locks.load() != 0) return;
+    RevokeClassObjects();
+    PostQuitMessage(0);
+}
+
+void CKobPmDb32Module::RunMessageLoop() {
+    MSG message;
+    while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+        if (!message.hwnd && message.message == kEndIfUnusedMessage) {
+            EndIfUnused();
+            continue;
+        }
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
 }
 
 HRESULT CKobPmDb32Module::RegisterClassObjects() {
@@ -106,28 +162,31 @@ HRESULT CKobPmDb32Module::RunServer() {
         RevokeClassObjects();
         return hr;
     }
-    m_shutdownEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    HANDLE monitor = m_shutdownEvent ? CreateThread(nullptr, 0, &MonitorThread, this, 0, nullptr) : nullptr;
+    m_shutdownEvent.reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    UniqueHandle monitor(m_shutdownEvent ? CreateThread(nullptr, 0, &MonitorThread, this, 0, nullptr) : nullptr);
     hr = monitor ? CoResumeClassObjects() : HRESULT_FROM_WIN32(GetLastError());
     if (FAILED(hr)) {
-        if (m_shutdownEvent) SetEvent(m_shutdownEvent);
-        if (monitor) WaitForSingleObject(monitor, 2 * kShutdownTimeout);
-        if (monitor) CloseHandle(monitor);
+        m_ending = true;
+        if (m_shutdownEvent) SetEvent(m_shutdownEvent.get());
+        if (monitor) WaitForSingleObject(monitor.get(), 2 * kShutdownTimeout);
+        monitor.reset();
+        m_shutdownEvent.reset();
         RevokeClassObjects();
         return hr;
     }
 
-    MSG message;
-    while (GetMessageW(&message, nullptr, 0, 0) > 0) {
-        TranslateMessage(&message);
-        DispatchMessageW(&message);
-    }
-    WaitForSingleObject(monitor, kShutdownTimeout);
-    CloseHandle(monitor);
-    CloseHandle(m_shutdownEvent);
-    m_shutdownEvent = nullptr;
+    // An object made after the decision to end (by a client that already had a class object)
+    // is served until its release, which decides again.
+    do {
+        RunMessageLoop();
+    } while (m_locks.load() > 0 && !m_clientsGone.load());
+    m_ending = true;
+    SetEvent(m_shutdownEvent.get());
+    WaitForSingleObject(monitor.get(), kShutdownTimeout);
+    monitor.reset();
+    m_shutdownEvent.reset();
     RevokeClassObjects();
-    return static_cast<HRESULT>(message.wParam);
+    return S_OK;
 }
 
 }  // namespace zel

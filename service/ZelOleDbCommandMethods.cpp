@@ -56,11 +56,16 @@ STDMETHODIMP ZelOleDbImpl::CmdExecute(ULONG client, SHORT* result, BSTR* xml, BS
         PutString(errorText, command->GetErrorText());
         PutString(errorStmt, command->GetErrorStatement());
         if (*result == kTriTrue && command->HasResults()) {
-            // The document is built on every successful execution; it leaves the command
-            // after its last row.
-            KobOleDbXML writer;
-            Bstr document;
-            if (writer.BuildQueryDataXml(command, document) && xml) *xml = document.release();
+            // Every successful execution walks the result to its end, leaving the command
+            // after its last row; the document's text is made only for a caller that asked.
+            if (xml) {
+                KobOleDbXML writer;
+                Bstr document;
+                if (writer.BuildQueryDataXml(command, document)) *xml = document.release();
+            } else {
+                while (command->FetchNext() == kTriTrue) {
+                }
+            }
         }
         // Failure of the statement is told by *result and the texts, never by the HRESULT.
         return S_OK;

@@ -1,7 +1,7 @@
 #include "service/ZelOleDbImpl.h"
 
-#include "server/Dispatch.h"
-#include "server/TypeLibrary.h"
+#include "automation/Dispatch.h"
+#include "automation/TypeLibrary.h"
 
 namespace zel {
 

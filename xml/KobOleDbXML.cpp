@@ -1,41 +1,60 @@
 #include "xml/KobOleDbXML.h"
 
-#include <oleauto.h>
-
 #include <vector>
 
-#include "common/Bstr.h"
-#include "common/Variant.h"
 #include "oledb/FieldText.h"
 #include "oledb/KobOleDbCommand.h"
-#include "xml/DomDocument.h"
 
 namespace zel {
 namespace {
 
 // Names of the document, in one table; the version value stands first.
-constexpr const wchar_t* kVersionValue = L"5.0";
-constexpr const wchar_t* kQueryData = L"QueryData";
-constexpr const wchar_t* kVersion = L"Version";
-constexpr const wchar_t* kMetadata = L"Metadata";
-constexpr const wchar_t* kColumnDef = L"ColumnDef";
-constexpr const wchar_t* kName = L"Name";
-constexpr const wchar_t* kIntegral = L"Integral";
-constexpr const wchar_t* kNumeric = L"Numeric";
-constexpr const wchar_t* kDatatype = L"Datatype";
-constexpr const wchar_t* kBlobData = L"BlobData";
-constexpr const wchar_t* kColSize = L"ColSize";
-constexpr const wchar_t* kResultset = L"Resultset";
-constexpr const wchar_t* kRowset = L"Rowset";
+constexpr std::wstring_view kVersionValue = L"5.0";
+constexpr std::wstring_view kQueryData = L"QueryData";
+constexpr std::wstring_view kVersion = L"Version";
+constexpr std::wstring_view kMetadata = L"Metadata";
+constexpr std::wstring_view kColumnDef = L"ColumnDef";
+constexpr std::wstring_view kName = L"Name";
+constexpr std::wstring_view kIntegral = L"Integral";
+constexpr std::wstring_view kNumeric = L"Numeric";
+constexpr std::wstring_view kDatatype = L"Datatype";
+constexpr std::wstring_view kBlobData = L"BlobData";
+constexpr std::wstring_view kColSize = L"ColSize";
+constexpr std::wstring_view kResultset = L"Resultset";
+constexpr std::wstring_view kRowset = L"Rowset";
 
-const wchar_t* Flag(short answer) { return answer != 0 ? L"Y" : L"N"; }
+// The XML declaration and the layout MSXML gives the tree: CR LF after every line, children
+// indented by one tab per level.
+constexpr std::wstring_view kDeclaration = L"<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n";
+constexpr std::wstring_view kLineEnd = L"\r\n";
 
-// Sets a text attribute with the whole value, embedded NULs included. `name` is a
-// `const wchar_t*` or a Bstr made once for every row.
-template <typename Name>
-void SetText(IXMLDOMElement* element, const Name& name, const std::wstring& value) {
-    Variant text{std::wstring_view(value)};
-    SetAttribute(element, name, *text.get());
+std::wstring_view Flag(short answer) { return answer != 0 ? L"Y" : L"N"; }
+
+// `<name` after `depth` tabs; the caller writes the attributes and closes the tag.
+void StartTag(XmlTextBuffer& document, int depth, std::wstring_view name) {
+    for (int i = 0; i < depth; ++i) document.Append(L'\t');
+    document.Append(L'<');
+    document.Append(name);
+}
+
+void EndTag(XmlTextBuffer& document, int depth, std::wstring_view name) {
+    for (int i = 0; i < depth; ++i) document.Append(L'\t');
+    document.Append(L"</");
+    document.Append(name);
+    document.Append(L'>');
+    document.Append(kLineEnd);
+}
+
+// Closes the start tag of an element whose children follow.
+void OpenElement(XmlTextBuffer& document) {
+    document.Append(L'>');
+    document.Append(kLineEnd);
+}
+
+// Closes the start tag of an element without children as an empty-element tag.
+void CloseEmptyElement(XmlTextBuffer& document) {
+    document.Append(L"/>");
+    document.Append(kLineEnd);
 }
 
 }  // namespace
@@ -49,69 +68,85 @@ bool KobOleDbXML::BuildQueryDataXml(KobOleDbCommand* command, std::wstring& xml)
 
 bool KobOleDbXML::BuildQueryDataXml(KobOleDbCommand* command, Bstr& xml) {
     if (!command || !command->IsConnected()) return false;
-    m_document.reset();
-    if (FAILED(TryCreateDomDocument(m_document))) return false;
-    // The processing instruction and the root element.
-    ComPtr<IXMLDOMElement> root = StartDocument(m_document.get(), L"version=\"1.0\" encoding=\"UTF-16\"", kQueryData);
-    SetText(root.get(), kVersion, kVersionValue);
+    m_document.Clear();
+    m_document.Append(kDeclaration);
+    StartTag(m_document, 0, kQueryData);
+    m_document.AppendAttribute(kVersion, kVersionValue);
+    OpenElement(m_document);
 
-    ComPtr<IXMLDOMElement> metadata = AppendElement(m_document.get(), root.get(), kMetadata);
-    if (!AddMetadata(*command, metadata.get())) return false;
+    StartTag(m_document, 1, kMetadata);
+    if (!AddMetadata(*command, m_document)) {
+        m_document.Clear();
+        return false;
+    }
+    StartTag(m_document, 1, kResultset);
+    if (!AddResultset(*command, m_document)) {
+        m_document.Clear();
+        return false;
+    }
+    EndTag(m_document, 0, kQueryData);
 
-    ComPtr<IXMLDOMElement> resultset = AppendElement(m_document.get(), root.get(), kResultset);
-    if (!AddResultset(*command, resultset.get())) return false;
-
-    xml = DocumentXml(m_document.get());
-    m_document.reset();
+    xml = m_document.Release();
     return true;
 }
 
-bool KobOleDbXML::AddMetadata(KobOleDbCommand& command, IXMLDOMElement* metadata) {
+bool KobOleDbXML::AddMetadata(KobOleDbCommand& command, XmlTextBuffer& document) {
     const ULONG count = command.GetColumnCount();
     // This fetch puts the command on its first row; a result without rows has no document.
     if (command.FetchNext() != kTriTrue) return false;
-    for (ULONG c = 1; c <= count; ++c) {
-        ComPtr<IXMLDOMElement> column = AppendElement(m_document.get(), metadata, kColumnDef);
-        SetText(column.get(), kName, command.GetColumnName(c));
-        SetText(column.get(), kIntegral, Flag(command.IsIntegral(c)));
-        SetText(column.get(), kNumeric, Flag(command.IsNumeric(c)));
-        SetText(column.get(), kBlobData, Flag(command.IsBlob(c)));
-        SetText(column.get(), kDatatype, PlatformFormat(L"%ld", static_cast<long>(command.GetRawType(c))));
-        // The size of the first row's value, which is current now.
-        SetText(column.get(), kColSize, PlatformFormat(L"%ld", static_cast<long>(command.GetColumnSize(c))));
+    if (count == 0) {
+        CloseEmptyElement(document);
+        return true;
     }
+    OpenElement(document);
+    for (ULONG c = 1; c <= count; ++c) {
+        StartTag(document, 2, kColumnDef);
+        document.AppendAttribute(kName, command.GetColumnName(c));
+        document.AppendAttribute(kIntegral, Flag(command.IsIntegral(c)));
+        document.AppendAttribute(kNumeric, Flag(command.IsNumeric(c)));
+        document.AppendAttribute(kBlobData, Flag(command.IsBlob(c)));
+        document.AppendAttribute(kDatatype, PlatformFormat(L"%ld", static_cast<long>(command.GetRawType(c))));
+        // The size of the first row's value, which is current now.
+        document.AppendAttribute(kColSize, PlatformFormat(L"%ld", static_cast<long>(command.GetColumnSize(c))));
+        CloseEmptyElement(document);
+    }
+    EndTag(document, 1, kMetadata);
     return true;
 }
 
-bool KobOleDbXML::AddResultset(KobOleDbCommand& command, IXMLDOMElement* resultset) {
+bool KobOleDbXML::AddResultset(KobOleDbCommand& command, XmlTextBuffer& document) {
     const ULONG count = command.GetColumnCount();
-    // What every row uses, made once: the row element's name, and per column its attribute
-    // name (C1, C2, ...) and whether it is a blob, which its type decides.
-    const Bstr rowTag(kRowset);
-    std::vector<Bstr> names;
+    // What every row uses, made once: per column its attribute name (C1, C2, ...) and whether
+    // it is a blob, which its type decides.
+    std::vector<std::wstring> names;
     std::vector<bool> isBlob;
     names.reserve(count);
     isBlob.reserve(count);
     for (ULONG c = 1; c <= count; ++c) {
-        names.emplace_back(PlatformFormat(L"C%ld", static_cast<long>(c)));
+        names.push_back(PlatformFormat(L"C%ld", static_cast<long>(c)));
         isBlob.push_back(command.IsBlob(c) == kTriTrue);
     }
 
+    // The current row is the first: the Resultset has at least one child.
+    OpenElement(document);
     std::vector<BYTE> blob;
     do {
-        ComPtr<IXMLDOMElement> row = AppendElement(m_document.get(), resultset, rowTag);
+        StartTag(document, 2, kRowset);
         for (ULONG c = 1; c <= count; ++c) {
             if (command.IsNull(c) != 0) continue;  // a NULL field has no attribute at all
             if (isBlob[c - 1]) {
                 // Blob bytes taken as UTF-16 code units; an odd last byte is dropped.
                 ULONG bytes = command.GetBlobData(c, blob);
                 size_t units = blob.size() < bytes ? blob.size() / 2 : bytes / 2;
-                SetText(row.get(), names[c - 1], std::wstring(reinterpret_cast<const wchar_t*>(blob.data()), units));
+                document.AppendAttribute(names[c - 1],
+                                         std::wstring_view(reinterpret_cast<const wchar_t*>(blob.data()), units));
             } else {
-                SetText(row.get(), names[c - 1], command.FieldAsStringEx(c));
+                document.AppendAttribute(names[c - 1], command.FieldAsStringEx(c));
             }
         }
+        CloseEmptyElement(document);
     } while (command.FetchNext() == kTriTrue);
+    EndTag(document, 1, kResultset);
     return true;
 }
 

@@ -7,30 +7,18 @@ namespace zel {
 const GUID DBPROPSET_JETOLEDB_COLUMN = {
     0x820bf922, 0x6ac8, 0x11d1, {0x9f, 0x02, 0x00, 0xc0, 0x4f, 0xc2, 0xc2, 0xe0}};
 
-namespace {
-
-void FreePropertySets(DBPROPSET* sets, ULONG count) noexcept {
-    if (!sets) return;
-    for (ULONG s = 0; s < count; ++s) {
-        DBPROP* properties = sets[s].rgProperties;
-        if (!properties) continue;
-        for (ULONG p = 0; p < sets[s].cProperties; ++p) VariantClear(&properties[p].vValue);
-        CoTaskMemFree(properties);
+void ClearTableDefColumn(DBCOLUMNDESC& column) noexcept {
+    if (column.dbcid.eKind == DBKIND_NAME) {
+        CoTaskMemFree(column.dbcid.uName.pwszName);
+        column.dbcid.uName.pwszName = nullptr;
     }
-    CoTaskMemFree(sets);
+    CoTaskMemFree(column.pwszTypeName);
+    column.pwszTypeName = nullptr;
+    ClearColumnDesc(column);
 }
 
-}  // namespace
-
 void FreeTableDefColumns(DBCOLUMNDESC* columns, DBORDINAL count) noexcept {
-    if (!columns) return;
-    for (DBORDINAL i = 0; i < count; ++i) {
-        DBCOLUMNDESC& column = columns[i];
-        if (column.dbcid.eKind == DBKIND_NAME) CoTaskMemFree(column.dbcid.uName.pwszName);
-        CoTaskMemFree(column.pwszTypeName);
-        FreePropertySets(column.rgPropertySets, column.cPropertySets);
-    }
-    CoTaskMemFree(columns);
+    TableDefColumns(columns, count).reset();
 }
 
 }  // namespace zel

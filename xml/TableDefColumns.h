@@ -6,7 +6,7 @@
 #include <windows.h>
 #include <oledb.h>
 
-#include <utility>
+#include "common/OleDbMemory.h"
 
 namespace zel {
 
@@ -17,46 +17,18 @@ constexpr DBPROPID DBPROP_JETOLEDB_COL_ALLOWZEROLENGTH = 0xE0;
 // Room allocated in each property set of a description made by the reader.
 constexpr ULONG kTableDefPropertyRoom = 5;
 
-// Releases `count` descriptions made by the reader and then the array: for each element
-// its name, its type name, the VARIANT of every counted property, each property array and
-// the property-set array. Null is accepted.
+// Releases what one description made by the reader owns: its name, its type name, the
+// VARIANT of every counted property, each property array and the property-set array.
+void ClearTableDefColumn(DBCOLUMNDESC& column) noexcept;
+
+// Releases `count` descriptions made by the reader and then the array. Null is accepted.
 void FreeTableDefColumns(DBCOLUMNDESC* columns, DBORDINAL count) noexcept;
 
-// Owner of a description array made by the reader; releases it with FreeTableDefColumns.
-class TableDefColumns {
+// Owner of a description array made by the reader; releases it as FreeTableDefColumns does.
+class TableDefColumns : public CoTaskMemArray<DBCOLUMNDESC, &ClearTableDefColumn> {
 public:
-    TableDefColumns() noexcept = default;
-    TableDefColumns(DBCOLUMNDESC* columns, DBORDINAL count) noexcept : m_columns(columns), m_count(count) {}
-    TableDefColumns(const TableDefColumns&) = delete;
-    TableDefColumns& operator=(const TableDefColumns&) = delete;
-    TableDefColumns(TableDefColumns&& other) noexcept
-        : m_columns(std::exchange(other.m_columns, nullptr)), m_count(std::exchange(other.m_count, 0)) {}
-    TableDefColumns& operator=(TableDefColumns&& other) noexcept {
-        if (this != &other) {
-            reset();
-            m_columns = std::exchange(other.m_columns, nullptr);
-            m_count = std::exchange(other.m_count, 0);
-        }
-        return *this;
-    }
-    ~TableDefColumns() { reset(); }
-
-    DBCOLUMNDESC* get() const noexcept { return m_columns; }
-    DBORDINAL count() const noexcept { return m_count; }
-    DBCOLUMNDESC& operator[](DBORDINAL i) const noexcept { return m_columns[i]; }
-
-    void reset() noexcept {
-        FreeTableDefColumns(std::exchange(m_columns, nullptr), std::exchange(m_count, 0));
-    }
-    // Hands the array to the caller, who then releases it with FreeTableDefColumns.
-    [[nodiscard]] DBCOLUMNDESC* release() noexcept {
-        m_count = 0;
-        return std::exchange(m_columns, nullptr);
-    }
-
-private:
-    DBCOLUMNDESC* m_columns = nullptr;
-    DBORDINAL m_count = 0;
+    using CoTaskMemArray::CoTaskMemArray;
+    DBORDINAL count() const noexcept { return size(); }
 };
 
 }  // namespace zel

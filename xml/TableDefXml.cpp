@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "common/ComError.h"
+#include "common/OleDbMemory.h"
 #include "common/Variant.h"
 #include "xml/DomDocument.h"
 
@@ -49,28 +50,21 @@ Variant NumberVariant(VARTYPE type, unsigned value) noexcept {
     return v;
 }
 
-// Copy of a NUL-terminated string in COM task memory. Throws E_OUTOFMEMORY.
+// Copy of a NUL-terminated string in COM task memory. Throws std::bad_alloc.
 LPOLESTR CoTaskMemString(const Bstr& text) {
-    const size_t bytes = (static_cast<size_t>(text.length()) + 1) * sizeof(wchar_t);
-    auto* copy = static_cast<LPOLESTR>(CoTaskMemAlloc(bytes));
-    if (!copy) ThrowHr(E_OUTOFMEMORY);
-    std::memcpy(copy, text.c_str(), bytes - sizeof(wchar_t));
-    copy[text.length()] = L'\0';
-    return copy;
+    return CopyToCoTaskMem(std::wstring_view(text.c_str(), text.length())).release();
 }
 
+// A zeroed array in COM task memory, never null (an empty one holds one element).
 template <typename T>
-T* CoTaskMemArray(size_t count) {
-    auto* block = static_cast<T*>(CoTaskMemAlloc(count ? count * sizeof(T) : 1));
-    if (!block) ThrowHr(E_OUTOFMEMORY);
-    std::memset(static_cast<void*>(block), 0, count * sizeof(T));
-    return block;
+T* ZeroedArray(size_t count) {
+    return AllocateZeroed<T>(count ? count : 1);
 }
 
 // A property set with room for kTableDefPropertyRoom properties, each REQUIRED, on no
 // particular column, with a VT_BOOL value; the count starts at 0.
 void InitPropertySet(DBPROPSET& set, REFGUID guid) {
-    set.rgProperties = CoTaskMemArray<DBPROP>(kTableDefPropertyRoom);
+    set.rgProperties = ZeroedArray<DBPROP>(kTableDefPropertyRoom);
     set.cProperties = 0;
     set.guidPropertySet = guid;
     for (ULONG i = 0; i < kTableDefPropertyRoom; ++i) {
@@ -191,7 +185,7 @@ bool TableDefXml::ReadTableDef(Bstr& tableName, TableDefColumns& columns) {
     ZEL_THROW_IF_FAILED(list->get_length(&length));
     const DBORDINAL count = length > 0 ? static_cast<DBORDINAL>(length) : 0;
 
-    TableDefColumns read(CoTaskMemArray<DBCOLUMNDESC>(count), count);
+    TableDefColumns read(ZeroedArray<DBCOLUMNDESC>(count), count);
     for (DBORDINAL i = 0; i < count; ++i) read[i].dbcid.eKind = DBKIND_NAME;
     for (DBORDINAL i = 0; i < count; ++i) {
         ComPtr<IXMLDOMNode> node;
@@ -205,7 +199,7 @@ bool TableDefXml::ReadTableDef(Bstr& tableName, TableDefColumns& columns) {
 }
 
 bool TableDefXml::ReadColumn(IXMLDOMNode* node, DBCOLUMNDESC& column) {
-    column.rgPropertySets = CoTaskMemArray<DBPROPSET>(2);
+    column.rgPropertySets = ZeroedArray<DBPROPSET>(2);
     column.cPropertySets = 2;
     DBPROPSET& columnSet = column.rgPropertySets[0];
     DBPROPSET& jetSet = column.rgPropertySets[1];

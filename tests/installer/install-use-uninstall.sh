@@ -19,7 +19,7 @@ if [ $# -ne 4 ]; then
 fi
 msi="$1" version="$2" product_code="$3" work_root="$4"
 
-# Ids the server and the provider register (server/ZelPmDb32.idl, provider/ProviderIdentity.h).
+# Ids the server and the provider register (automation/ZelPmDb32.idl, provider/ProviderIdentity.h).
 SERVICE_CLSID='{FD4044AD-1CA6-4DD3-814D-B2ECB0431853}'
 HELPER_CLSID='{44B7A29C-EAEA-4527-B0B0-297E61EFEE3E}'
 LIBID='{F79A1F69-82FE-4599-9A34-F5A400CB84A1}'  # also the server's AppID

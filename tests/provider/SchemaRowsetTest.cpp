@@ -8,7 +8,7 @@
 
 #include "ProviderTestSupport.h"
 #include "SchemaRowsetReader.h"
-#include "provider/MetadataTable.h"
+#include "provider/sqlite/MetadataTable.h"
 
 namespace {
 

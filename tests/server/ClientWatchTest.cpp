@@ -37,6 +37,25 @@ TEST(ClientWatch, AConnectionNotedBetweenObservationsCounts) {
     EXPECT_TRUE(watch.Observe(0));
 }
 
+TEST(ClientWatch, AWatchThatJudgesTheUnseenCaseCountsTheClientsGoneAfterItsLongerRun) {
+    ClientWatch watch(true);
+    for (unsigned i = 1; i < ClientWatch::kUnseenObservations; ++i) EXPECT_FALSE(watch.Observe(0)) << i;
+    EXPECT_TRUE(watch.Observe(0));
+}
+
+TEST(ClientWatch, AWatchThatJudgesTheUnseenCaseKeepsTheShorterRunOnceAConnectionWasSeen) {
+    ClientWatch watch(true);
+    EXPECT_FALSE(watch.Observe(0));
+    EXPECT_FALSE(watch.Observe(1));
+    for (unsigned i = 1; i < ClientWatch::kQuietObservations; ++i) EXPECT_FALSE(watch.Observe(0)) << i;
+    EXPECT_TRUE(watch.Observe(0));
+}
+
+TEST(ClientWatch, ConnectionThreadsAreVisibleUnderWine) {
+    // These tests run under Wine only: its ntdll names itself.
+    EXPECT_TRUE(zel::ConnectionThreadsAreVisible());
+}
+
 TEST(ClientWatch, ThisProcessHasNoConnectionThreadsOfItsOwn) {
     // A test program serves no client; only a server's RPC runtime runs connection threads.
     EXPECT_EQ(0u, zel::CountClientConnections());

@@ -170,6 +170,74 @@ TEST_F(CrossProcessCatalogTest, NewDatabaseFilesAndCompaction) {
     EXPECT_EQ(S_OK, m_db->ConCompactMdb());
 }
 
+// A null table crosses the boundary as null, not as an empty string: the open fails at once
+// (E_FAIL, no error text), the new handle is registered and fetches no column.
+TEST_F(CrossProcessCatalogTest, ColumnOpenWithANullTableFailsThroughTheInterface) {
+    for (VARIANT_BOOL extended : {VARIANT_FALSE, VARIANT_TRUE}) {
+        ULONG c = 0;
+        Bstr empty(L""), errorText, errorStmt;
+        EXPECT_EQ(E_FAIL, m_db->ColOpen(&c, empty.get(), empty.get(), nullptr, empty.get(), extended,
+                                        errorText.put(), errorStmt.put()));
+        EXPECT_NE(0u, c);
+        EXPECT_EQ(L"", errorText.str());
+        VARIANT_BOOL more = VARIANT_TRUE;
+        EXPECT_EQ(S_OK, m_db->ColFetchNext(c, &more));
+        EXPECT_EQ(VARIANT_FALSE, more);
+        EXPECT_EQ(S_OK, m_db->ColDestroy(c));
+    }
+}
+
+// Late-bound across the process boundary a null table cannot reach the server under Wine 8.0:
+// oleaut32's IDispatch::Invoke stub copies every argument with VariantCopy before the server's
+// Invoke runs, and Wine's VariantCopy makes a null BSTR an empty one. The server then sees an
+// empty table name, which restricts nothing: every column of the database is listed, and with
+// identity data asked for the open fails only because no table is named "". The server's own
+// rule for a null table late-bound is tested in process (ServiceCatalogTests), where no stub
+// stands between the caller and the dispatcher.
+TEST_F(CrossProcessCatalogTest, LateBoundNullTableArrivesAsAnEmptyNameThroughWinesDispatchStub) {
+    ComPtr<IDispatch> dispatch;
+    ASSERT_EQ(S_OK, m_db.query(dispatch));
+    for (bool extended : {false, true}) {
+        Variant handle = I4(0), errorText, errorStmt;
+        DispArgs open{RefVariant(handle.get()), Str(L""), Str(L""), Str(L""), Str(L""), Bool(extended),
+                      RefVariant(errorText.get()), RefVariant(errorStmt.get())};
+        // The table (rgvarg 4) becomes a null BSTR in place: copying a VARIANT would make it empty.
+        VariantClear(&open.at(4));
+        V_VT(&open.at(4)) = VT_BSTR;
+        V_BSTR(&open.at(4)) = nullptr;
+        Variant result;
+        const HRESULT hr =
+            dispatch->Invoke(47, IID_NULL, 0, DISPATCH_METHOD, open.get(), result.put(), nullptr, nullptr);
+        EXPECT_EQ(extended ? E_FAIL : S_OK, hr);
+        ASSERT_NE(0, V_I4(handle.get()));
+        ASSERT_EQ(VT_BSTR, errorText.vt());
+        EXPECT_EQ(L"", BstrText(V_BSTR(errorText.get())));
+        // The reader is open on the whole database, as for an empty table name given early-bound.
+        ULONG emptyNamed = 0;
+        Bstr empty(L""), emptyErrorText, emptyErrorStmt;
+        m_db->ColOpen(&emptyNamed, empty.get(), empty.get(), empty.get(), empty.get(), VARIANT_FALSE,
+                      emptyErrorText.put(), emptyErrorStmt.put());
+        int expected = 0;
+        VARIANT_BOOL more = VARIANT_FALSE;
+        while (SUCCEEDED(m_db->ColFetchNext(emptyNamed, &more)) && more == VARIANT_TRUE) ++expected;
+        m_db->ColDestroy(emptyNamed);
+        EXPECT_GE(expected, 5);  // parts: id, name, price; orders: id, part; SQLite's own tables
+        int rows = 0;
+        for (;;) {
+            DispArgs fetch{RefVariant(handle.get())};
+            ASSERT_EQ(S_OK, dispatch->Invoke(50, IID_NULL, 0, DISPATCH_METHOD, fetch.get(), result.put(), nullptr,
+                                             nullptr));
+            ASSERT_EQ(VT_BOOL, result.vt());
+            if (V_BOOL(result.get()) != VARIANT_TRUE) break;
+            ++rows;
+        }
+        EXPECT_EQ(expected, rows);
+        DispArgs destroy{RefVariant(handle.get())};
+        EXPECT_EQ(S_OK, dispatch->Invoke(48, IID_NULL, 0, DISPATCH_METHOD, destroy.get(), result.put(), nullptr,
+                                         nullptr));
+    }
+}
+
 TEST_F(CrossProcessCatalogTest, TheTableListLateBound) {
     ComPtr<IDispatch> dispatch;
     ASSERT_EQ(S_OK, m_db.query(dispatch));

@@ -103,7 +103,14 @@ inline HRESULT CallRecorder::Record(const char* method, std::initializer_list<Fa
     for (const FakeParam& p : params) {
         switch (p.kind) {
             case FakeParam::Kind::In:
-                call.args.push_back(p.value);
+                if (p.value.vt() == VT_BSTR && !V_BSTR(p.value.get())) {
+                    // VariantCopy would record a null string as an empty one.
+                    Variant null;
+                    V_VT(null.get()) = VT_BSTR;
+                    call.args.push_back(std::move(null));
+                } else {
+                    call.args.push_back(p.value);
+                }
                 break;
             case FakeParam::Kind::OutText:
                 call.args.push_back(Variant::FromBool(p.target != nullptr));

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "automation/Dispatch.h"
 #include "common/ComObject.h"
 #include "common/ComPtr.h"
-#include "server/Dispatch.h"
 #include "tests/server/DispatchTestSupport.h"
 #include "tests/server/FakeZelOleDb.h"
 

@@ -1,16 +1,19 @@
 // The server process as a client sees it: COM starts it as a 32-bit process, it stays while a
 // client holds a reference (and, started by hand, while no client has come yet), and it ends
-// as soon as the last reference is released. Every wait is bounded.
+// as soon as the last reference is released. Started for COM (-Embedding), it ends by itself
+// when no client comes. Every wait is bounded.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "ZelPmDb32.h"
 #include "common/ComPtr.h"
+#include "server/ZelPmDb32Module.h"
 #include "tests/server/ServerProcessSupport.h"
 
 using namespace zel::test;
@@ -19,6 +22,38 @@ using zel::ComPtr;
 namespace {
 
 constexpr DWORD kPromptExit = 3000;  // "at once", with room for a loaded machine
+constexpr DWORD kIdleGrace = zel::CKobPmDb32Module::kIdleGrace;
+
+// A script for Wine's cscript of this process's bitness, written to a temporary file.
+class TempScript {
+public:
+    explicit TempScript(const std::string& text) {
+        wchar_t folder[MAX_PATH], file[MAX_PATH];
+        GetTempPathW(MAX_PATH, folder);
+        GetTempFileNameW(folder, L"zls", 0, file);
+        m_path = std::wstring(file) + L".vbs";
+        MoveFileExW(file, m_path.c_str(), MOVEFILE_REPLACE_EXISTING);
+        HANDLE h = CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        DWORD written = 0;
+        if (h != INVALID_HANDLE_VALUE) {
+            WriteFile(h, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+            CloseHandle(h);
+        }
+        m_written = written == text.size();
+    }
+    ~TempScript() { DeleteFileW(m_path.c_str()); }
+    bool written() const { return m_written; }
+    // The command line that runs the script in a cscript of this process's bitness.
+    std::wstring Command() const {
+        wchar_t system[MAX_PATH];
+        GetSystemDirectoryW(system, MAX_PATH);
+        return L"\"" + std::wstring(system) + L"\\cscript.exe\" //nologo \"" + m_path + L"\"";
+    }
+
+private:
+    std::wstring m_path;
+    bool m_written = false;
+};
 
 class ServerLifetimeTest : public testing::Test {
 protected:
@@ -93,6 +128,45 @@ TEST_F(ServerLifetimeTest, AServerStartedWithoutAClientWaitsForOneThenEndsWithIt
     db.reset();
     EXPECT_TRUE(child.WaitForExit(kPromptExit)) << "the server did not end after its client left";
     EXPECT_EQ(0u, child.ExitCode());
+}
+
+TEST_F(ServerLifetimeTest, AServerStartedForComWithoutAClientEndsAfterTheIdleGrace) {
+    const DWORD start = GetTickCount();
+    ChildProcess child(L"\"" + ServerExePath() + L"\" -Embedding");
+    ASSERT_TRUE(child.started());
+    EXPECT_FALSE(child.WaitForExit(kIdleGrace - 1500)) << "the server ended before its idle grace was over";
+    ASSERT_TRUE(child.WaitForExit(1500 + 5000)) << "the server did not end after its idle grace";
+    EXPECT_EQ(0u, child.ExitCode());
+    std::printf("an unused server ended %lu ms after its start\n", static_cast<unsigned long>(GetTickCount() - start));
+}
+
+TEST_F(ServerLifetimeTest, ASwitchOtherThanEmbeddingKeepsTheServerWaitingForAClient) {
+    // Only COM's own switch makes the server give up on an absent client.
+    ChildProcess child(L"\"" + ServerExePath() + L"\" -Embeddingx");
+    ASSERT_TRUE(child.started());
+    EXPECT_FALSE(child.WaitForExit(kIdleGrace + 2000)) << "the server ended without ever having a client";
+    // A client then comes and goes, and the server ends with it (killing it instead would
+    // leave its class objects registered with Wine's rpcss).
+    ComPtr<IZelOleDbHelper> helper;
+    ASSERT_EQ(S_OK, zel::TryCreateInstance(CLSID_ZelOleDbHelperImpl, helper, CLSCTX_LOCAL_SERVER));
+    helper.reset();
+    EXPECT_TRUE(child.WaitForExit(kPromptExit));
+}
+
+TEST_F(ServerLifetimeTest, AnAbandonedActivationLeavesNoServerBehind) {
+    // A script client starts an activation and is killed as soon as the server process is
+    // there, before it could use (or even get) its object.
+    TempScript script("Set db = CreateObject(\"ZelPmDb32.ZelOleDbImpl.1\")\r\nWScript.Sleep 60000\r\n");
+    ASSERT_TRUE(script.written());
+    const std::vector<DWORD> before = ServerProcessIds();
+    auto client = std::make_unique<ChildProcess>(script.Command());
+    ASSERT_TRUE(client->started());
+    auto server = WaitForNewServerProcess(before, 20000);
+    client.reset();  // ends the client
+    ASSERT_TRUE(server.has_value()) << "the activation started no server";
+    auto took = WaitForProcessExit(*server, kIdleGrace + 8000);
+    ASSERT_TRUE(took.has_value()) << "the server of the abandoned activation is still running";
+    std::printf("the server of the abandoned activation ended after %lu ms\n", static_cast<unsigned long>(*took));
 }
 
 TEST_F(ServerLifetimeTest, RegServerXIsNotASwitchSoTheServerStartsAndRegistersNothing) {

@@ -308,3 +308,27 @@ TEST(ServerResources, ProjectNameIsStringResource100) {
     EXPECT_EQ(9, length);
     EXPECT_STREQ(L"ZelPmDb32", text);
 }
+
+namespace {
+
+// The server's image header: marked large-address-aware, so that the 32-bit process can use
+// more than 2 GiB for large results.
+TEST(ServerImageTest, ServerExeIsLargeAddressAware) {
+    HANDLE file = CreateFileW(ServerPath().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, file) << testing::PrintToString(ServerPath());
+    BYTE header[4096] = {};
+    DWORD read = 0;
+    const BOOL ok = ReadFile(file, header, sizeof header, &read, nullptr);
+    CloseHandle(file);
+    ASSERT_TRUE(ok);
+    ASSERT_GE(read, sizeof(IMAGE_DOS_HEADER));
+    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(header);
+    ASSERT_EQ(IMAGE_DOS_SIGNATURE, dos->e_magic);
+    ASSERT_LE(static_cast<DWORD>(dos->e_lfanew) + sizeof(IMAGE_NT_HEADERS32), read);
+    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS32*>(header + dos->e_lfanew);
+    ASSERT_EQ(IMAGE_NT_SIGNATURE, nt->Signature);
+    EXPECT_EQ(IMAGE_FILE_MACHINE_I386, nt->FileHeader.Machine);
+    EXPECT_NE(0, nt->FileHeader.Characteristics & IMAGE_FILE_LARGE_ADDRESS_AWARE);
+}
+
+}  // namespace

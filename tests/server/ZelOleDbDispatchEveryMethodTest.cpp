@@ -12,9 +12,9 @@
 #include <array>
 #include <string>
 
+#include "automation/Dispatch.h"
 #include "common/Bstr.h"
 #include "common/ComPtr.h"
-#include "server/Dispatch.h"
 #include "tests/server/DispatchTestSupport.h"
 #include "tests/server/FakeZelOleDb.h"
 #include "tests/server/ZelOleDbMethodTable.h"

@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include "automation/Dispatch.h"
 #include "common/Bstr.h"
 #include "common/ComPtr.h"
-#include "server/Dispatch.h"
 #include "tests/server/DispatchTestSupport.h"
 #include "tests/server/FakeZelOleDb.h"
 #include "tests/server/ZelOleDbMethodTable.h"
@@ -32,6 +32,7 @@ constexpr DISPID kCmdClose = 34;
 constexpr DISPID kTblOpen = 36;
 constexpr DISPID kColOpen = 47;
 constexpr DISPID kColIsDataType = 61;
+constexpr DISPID kIdxOpen = 71;
 constexpr DISPID kTblGetDef = 85;
 constexpr DISPID kCmdFieldAsVariant = 86;
 
@@ -284,6 +285,78 @@ TEST_F(ZelOleDbDispatchTest, NullForATextParameterGivesTypeMismatch) {
     DispArgs args{std::move(null)};
     EXPECT_EQ(DISP_E_TYPEMISMATCH, Invoke(kTblGetDef, args));
     EXPECT_EQ(0u, m_argErr);
+}
+
+// Makes the argument at declaration `position` a VT_BSTR holding a null BSTR, as a typed client
+// passes a missing string. (Set in place: copying a VARIANT turns a null BSTR into an empty one.)
+void SetNullText(DispArgs& args, UINT position) {
+    VARIANT& arg = args.at(args.count() - 1 - position);
+    VariantClear(&arg);
+    V_VT(&arg) = VT_BSTR;
+    V_BSTR(&arg) = nullptr;
+}
+
+// Whether recorded argument `position` is a VT_BSTR holding a null BSTR.
+testing::AssertionResult IsNullBstr(const RecordedCall& call, size_t position) {
+    if (position >= call.args.size()) return testing::AssertionFailure() << "no argument " << position;
+    const VARIANT* v = call.args[position].get();
+    if (V_VT(v) != VT_BSTR) return testing::AssertionFailure() << "VARIANT type " << V_VT(v);
+    if (V_BSTR(v)) return testing::AssertionFailure() << "a string of " << SysStringLen(V_BSTR(v)) << " characters";
+    return testing::AssertionSuccess();
+}
+
+TEST_F(ZelOleDbDispatchTest, NullTableOfColumnOpenArrivesNullNotEmpty) {
+    DispArgs args{I4(0), Str(L""), Str(L""), Str(L""), Str(L""), Bool(false), Variant(), Variant()};
+    SetNullText(args, 3);
+    ASSERT_EQ(S_OK, Invoke(kColOpen, args));
+    const RecordedCall& call = OnlyCall();
+    EXPECT_TRUE(IsNullBstr(call, 3));
+    // The empty strings beside it stay empty, non-null strings.
+    for (size_t position : {1u, 2u, 4u}) {
+        ASSERT_EQ(VT_BSTR, call.args[position].vt());
+        ASSERT_NE(nullptr, V_BSTR(call.args[position].get())) << position;
+        EXPECT_EQ(0u, SysStringLen(V_BSTR(call.args[position].get()))) << position;
+    }
+}
+
+TEST_F(ZelOleDbDispatchTest, EveryNullTextOfTheOpenMethodsArrivesNull) {
+    auto check = [&](DISPID id, DispArgs& args) {
+        for (UINT position = 1; position <= 4; ++position) SetNullText(args, position);
+        m_fake->calls.clear();
+        ASSERT_EQ(S_OK, Invoke(id, args)) << id;
+        for (size_t position = 1; position <= 4; ++position) EXPECT_TRUE(IsNullBstr(OnlyCall(), position)) << id;
+    };
+    DispArgs tables{I4(0), Str(L"c"), Str(L"s"), Str(L"t"), Str(L"TABLE"), Variant(), Variant()};
+    check(kTblOpen, tables);
+    DispArgs columns{I4(0), Str(L"c"), Str(L"s"), Str(L"t"), Str(L"col"), Bool(true), Variant(), Variant()};
+    check(kColOpen, columns);
+    DispArgs indexes{I4(0), Str(L"c"), Str(L"s"), Str(L"i"), Str(L"t"), Variant(), Variant()};
+    check(kIdxOpen, indexes);
+}
+
+TEST_F(ZelOleDbDispatchTest, NullCommandTextArrivesNull) {
+    DispArgs args{I4(5), Str(L"")};
+    SetNullText(args, 1);
+    ASSERT_EQ(S_OK, Invoke(kCmdSetCommandText, args));
+    EXPECT_TRUE(IsNullBstr(OnlyCall(), 1));
+}
+
+TEST_F(ZelOleDbDispatchTest, NullTextByVariantReferenceArrivesNull) {
+    Variant table;
+    V_VT(table.get()) = VT_BSTR;  // a null BSTR
+    DispArgs args{I4(0), Str(L""), Str(L""), RefVariant(table.get()), Str(L"id"), Bool(false), Variant(), Variant()};
+    ASSERT_EQ(S_OK, Invoke(kColOpen, args));
+    EXPECT_TRUE(IsNullBstr(OnlyCall(), 3));
+    EXPECT_EQ(L"id", BstrText(V_BSTR(OnlyCall().args[4].get())));
+    EXPECT_EQ(VT_BSTR, table.vt());
+    EXPECT_EQ(nullptr, V_BSTR(table.get()));
+}
+
+TEST_F(ZelOleDbDispatchTest, NullTextByDirectStringReferenceArrivesNull) {
+    BSTR text = nullptr;
+    DispArgs args{I4(5), RefBstr(&text)};
+    ASSERT_EQ(S_OK, Invoke(kCmdSetCommandText, args));
+    EXPECT_TRUE(IsNullBstr(OnlyCall(), 1));
 }
 
 // ---- VARIANT parameters ----

@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include "automation/Dispatch.h"
 #include "common/Bstr.h"
 #include "common/ComPtr.h"
-#include "server/Dispatch.h"
 #include "tests/server/DispatchTestSupport.h"
 #include "tests/server/FakeZelOleDb.h"
 

@@ -6,6 +6,7 @@
 #include <shlwapi.h>
 
 #include <algorithm>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -153,6 +154,60 @@ TEST_F(CatalogPathTest, FullFlowCreateOpenDefineListDescribeCompactReopen) {
     EXPECT_EQ(E_FAIL, db->ConGetDatasource(source.put()));
     Open(std::wstring(kProvider) + L"Data Source=" + file);
     EXPECT_EQ(std::vector<std::wstring>{L"parts"}, TableNames());
+}
+
+// A null table fails the open at once, with or without identity data asked for; the handle is
+// still issued and registered, and it has no reader to fetch from.
+TEST_F(CatalogPathTest, ColumnOpenWithANullTableFailsAndRegistersAHandleWithoutRows) {
+    Run(L"CREATE TABLE parts (id INTEGER PRIMARY KEY, name VARCHAR(40))");
+    for (VARIANT_BOOL extended : {VARIANT_FALSE, VARIANT_TRUE}) {
+        ULONG columns = 0;
+        Bstr errorText, errorStmt;
+        EXPECT_EQ(E_FAIL, db->ColOpen(&columns, nullptr, nullptr, nullptr, nullptr, extended, errorText.put(),
+                                      errorStmt.put()));
+        EXPECT_NE(0u, columns);
+        ASSERT_NE(nullptr, errorText.get());
+        EXPECT_EQ(L"", errorText.str());
+        VARIANT_BOOL more = VARIANT_TRUE;
+        EXPECT_EQ(S_OK, db->ColFetchNext(columns, &more));  // registered: the handle is known
+        EXPECT_EQ(VARIANT_FALSE, more);
+        EXPECT_EQ(S_OK, db->ColDestroy(columns));
+    }
+}
+
+// The same late-bound, through the service object's own IDispatch: a null table given as a
+// VT_BSTR reaches ColOpen as null.
+TEST_F(CatalogPathTest, ColumnOpenWithANullTableFailsLateBound) {
+    Run(L"CREATE TABLE parts (id INTEGER PRIMARY KEY, name VARCHAR(40))");
+    ComPtr<IDispatch> dispatch;
+    ASSERT_EQ(S_OK, db.query(dispatch));
+    for (bool extended : {false, true}) {
+        Variant handle = Variant::FromI4(0), errorText, errorStmt;
+        // rgvarg holds the arguments reversed: errorStmt, errorText, inclExtendedData, column,
+        // table, schema, catalog, handle.
+        std::vector<Variant> args(8);
+        V_VT(args[0].get()) = VT_BYREF | VT_VARIANT;
+        V_VARIANTREF(args[0].get()) = errorStmt.get();
+        V_VT(args[1].get()) = VT_BYREF | VT_VARIANT;
+        V_VARIANTREF(args[1].get()) = errorText.get();
+        args[2] = Variant::FromBool(extended);
+        for (size_t i : {3u, 4u, 5u, 6u}) V_VT(args[i].get()) = VT_BSTR;  // null BSTRs, table (4) among them
+        V_VT(args[7].get()) = VT_BYREF | VT_VARIANT;
+        V_VARIANTREF(args[7].get()) = handle.get();
+        DISPPARAMS params{reinterpret_cast<VARIANT*>(args.data()), nullptr, 8, 0};
+        Variant result;
+        EXPECT_EQ(E_FAIL, dispatch->Invoke(47, IID_NULL, 0, DISPATCH_METHOD, &params, result.put(), nullptr, nullptr));
+        ASSERT_EQ(VT_I4, handle.vt());
+        const ULONG columns = static_cast<ULONG>(V_I4(handle.get()));
+        EXPECT_NE(0u, columns);
+        ASSERT_EQ(VT_BSTR, errorText.vt());
+        ASSERT_NE(nullptr, V_BSTR(errorText.get()));
+        EXPECT_EQ(0u, SysStringLen(V_BSTR(errorText.get())));
+        VARIANT_BOOL more = VARIANT_TRUE;
+        EXPECT_EQ(S_OK, db->ColFetchNext(columns, &more));
+        EXPECT_EQ(VARIANT_FALSE, more);
+        EXPECT_EQ(S_OK, db->ColDestroy(columns));
+    }
 }
 
 TEST_F(CatalogPathTest, CreatingAFileNeedsNoConnectionAndLeavesConnectionAsItWas) {

@@ -1,7 +1,10 @@
 // A query-result document larger than the memory left to the 32-bit process: CmdExecute must
-// report the failure with an HRESULT, hand out no cut document, keep the process alive, and
-// execute the same command whole once memory is back.
+// report the failure with E_OUTOFMEMORY, hand out no cut document, keep the process alive and
+// the command usable, keep no memory, and execute the same command whole once memory is back.
 #include "service/ZelOleDbImpl.h"
+
+#include <windows.h>
+#include <psapi.h>
 
 #include <gtest/gtest.h>
 
@@ -21,10 +24,22 @@ namespace {
 #if !defined(_WIN64)
 
 constexpr int kRows = 20000;
-// Memory left to the process while it executes; the document of kRows rows needs some 300 MB.
-// Seen on Wine 8.0: at 16 MB a row fetch fails first and the document ends there (S_OK, 472
-// rows); above, the document fails with E_OUTOFMEMORY or, from MSXML, E_FAIL.
+// Memory left to the process while it executes. The document of kRows rows is some 40 MB of
+// text, and the rowset keeps its rows (some 40 MB more) while it is written.
 constexpr size_t kHeadrooms[] = {16u << 20, 32u << 20, 48u << 20, 64u << 20, 80u << 20, 96u << 20, 128u << 20};
+// What the process may keep after the starved executions: a document's text left behind would
+// be several megabytes at least.
+constexpr SIZE_T kAllowedGrowth = 4u << 20;
+
+// The process's private memory (PrivateUsage; Wine 8.0 reports it as PagefileUsage only).
+SIZE_T PrivateBytes() {
+    PROCESS_MEMORY_COUNTERS_EX counters{};
+    counters.cb = sizeof counters;
+    if (!GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
+                              sizeof counters))
+        return 0;
+    return counters.PrivateUsage ? counters.PrivateUsage : counters.PagefileUsage;
+}
 
 // What one execution gave: its HRESULT, the tri-state and the document's rows.
 struct Execution {
@@ -53,9 +68,10 @@ bool IsWholeQueryDocument(const Bstr& document) {
     return text.size() > 12 && text.compare(text.size() - 12, 12, L"</QueryData>") == 0;
 }
 
-// The child's exit code: 0 when every execution under exhausted memory failed with an HRESULT
-// or gave a whole document, at least one failed, and the next execution gave every row; 1 to 5
-// name the step that went wrong.
+// The child's exit code: 0 when every execution under exhausted memory failed with
+// E_OUTOFMEMORY or gave a whole document, at least one failed, the command then moved to its
+// first row, the process kept no memory, and the next execution gave every row; 1 to 8 name
+// the step that went wrong.
 int ExecuteWithMemoryExhaustedThenAgain(const std::wstring& connectionString) {
     zel::test::EndProcessOnCrash();
     ComPtr<IZelOleDb> db;
@@ -67,6 +83,11 @@ int ExecuteWithMemoryExhaustedThenAgain(const std::wstring& connectionString) {
     ULONG handle = 0;
     db->CmdSetConnection(&handle);
     db->CmdSetCommandText(handle, Bstr(L"SELECT id, body FROM big ORDER BY id").get());
+    // A whole execution first, so that what the process keeps anyway is counted before.
+    Execution warm = Execute(db.get(), handle);
+    if (warm.hr != S_OK || CountRows(warm.document) != kRows) return 3;
+    warm.document.reset();
+    const SIZE_T before = PrivateBytes();
     int failures = 0;
     for (size_t headroom : kHeadrooms) {
         Execution starved;
@@ -77,12 +98,23 @@ int ExecuteWithMemoryExhaustedThenAgain(const std::wstring& connectionString) {
         // Either a failure told by the HRESULT, or (rows cut short by a failing fetch, as the
         // document's rules allow) a whole document; never a success with a cut text.
         if (starved.hr == S_OK && (!starved.document || !IsWholeQueryDocument(starved.document))) return 2;
-        if (FAILED(starved.hr)) ++failures;
+        if (FAILED(starved.hr)) {
+            ++failures;
+            if (starved.hr != E_OUTOFMEMORY || starved.document) return 6;
+            // The command stays usable: its rows are still there to move over.
+            SHORT first = -1;
+            if (db->CmdFetchFirst(handle, &first) != S_OK || first != 1) return 7;
+            Bstr id;
+            if (db->CmdFieldAsStringEx(handle, 1, id.put()) != S_OK || id.str() != L"1") return 7;
+        }
     }
     if (failures == 0) return 5;  // memory never ran short: the case proved nothing
     Execution again = Execute(db.get(), handle);
     if (again.hr != S_OK || again.result != 1) return 3;
     if (CountRows(again.document) != kRows || !IsWholeQueryDocument(again.document)) return 4;
+    again.document.reset();
+    const SIZE_T after = PrivateBytes();
+    if (before == 0 || (after > before && after - before > kAllowedGrowth)) return 8;
     db->CmdDestroy(handle);
     db->ConClose();
     return 0;

@@ -133,6 +133,24 @@ TEST_F(QueryPathTest, SelectWithoutRowsSucceedsWithoutDocument) {
     EXPECT_EQ(nullptr, document);
 }
 
+TEST_F(QueryPathTest, ExecuteWithoutXmlPointerWalksTheRowsToTheEndWithoutDocument) {
+    MakeParts();
+    ULONG handle = Command(L"SELECT ID, Title FROM parts ORDER BY ID");
+    SHORT result = -1;
+    Bstr errorText, errorStmt;
+    EXPECT_EQ(S_OK, db->CmdExecute(handle, &result, nullptr, errorText.put(), errorStmt.put()));
+    EXPECT_EQ(1, result);
+    EXPECT_EQ(L"", errorText.str());
+    // The command stands after its last row, as after a document.
+    EXPECT_EQ(0, Move(&IZelOleDb::CmdFetchNext, handle));
+    EXPECT_EQ(1, Move(&IZelOleDb::CmdFetchFirst, handle));
+    EXPECT_EQ(L"1", Text(handle, 1));
+    EXPECT_EQ(1, Move(&IZelOleDb::CmdFetchLast, handle));
+    EXPECT_EQ(L"3", Text(handle, 1));
+    EXPECT_EQ(1, Move(&IZelOleDb::CmdFetchPrev, handle));
+    EXPECT_EQ(L"2", Text(handle, 1));
+}
+
 TEST_F(QueryPathTest, UpdateReportsRowsAffectedAndFetchesNothing) {
     MakeParts();
     ULONG handle = Command(L"UPDATE parts SET Price = Price + 1 WHERE ID < 3");

@@ -1,0 +1,251 @@
+#include "provider/objects/Command.h"
+
+#include <oledberr.h>
+
+#include "common/OleDbMemory.h"
+#include "provider/errors/Errors.h"
+#include "provider/objects/Rowset.h"
+#include "provider/objects/Session.h"
+#include "provider/properties/RowsetProperties.h"
+#include "provider/rows/StatementRowSource.h"
+#include "provider/values/DataConversion.h"
+
+namespace zel::lite {
+
+namespace {
+
+// Whether the rest of a command text holds no further statement (only blanks, ';' and comments).
+bool OnlyTrivia(std::wstring_view rest) {
+    size_t i = 0;
+    while (i < rest.size()) {
+        wchar_t c = rest[i];
+        if (c == L' ' || c == L'\t' || c == L'\r' || c == L'\n' || c == L';') {
+            ++i;
+        } else if (c == L'-' && i + 1 < rest.size() && rest[i + 1] == L'-') {
+            while (i < rest.size() && rest[i] != L'\n') ++i;
+        } else if (c == L'/' && i + 1 < rest.size() && rest[i + 1] == L'*') {
+            size_t end = rest.find(L"*/", i + 2);
+            if (end == std::wstring_view::npos) return true;
+            i = end + 2;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+Command::Command(ComPtr<Session> session) : m_session(std::move(session)), m_properties(MakeRowsetProperties()) {}
+
+std::shared_ptr<void> Command::OpenToken() { return m_openRowsets; }
+
+void* Command::QueryExtra(REFIID riid) noexcept {
+    if (riid == IID_ICommand) return static_cast<ICommand*>(static_cast<ICommandText*>(this));
+    return nullptr;
+}
+
+STDMETHODIMP Command::Cancel() {
+    // Execute runs to its end on the caller's thread; a cancel from another thread interrupts
+    // SQLite's work.
+    sqlite3_interrupt(m_session->database()->handle());
+    return S_OK;
+}
+
+STDMETHODIMP Command::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DBROWCOUNT* rowsAffected,
+                              IUnknown** rowset) {
+    try {
+        if (rowset) *rowset = nullptr;
+        if (rowsAffected) *rowsAffected = DB_COUNTUNAVAILABLE;
+        if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
+        std::lock_guard guard(m_lock);
+        if (!m_hasText) Fail(DB_E_NOCOMMAND);
+        const auto& database = m_session->database();
+        sqlite3* db = database->handle();
+        const bool wantRowset = rowset && riid != IID_NULL;
+
+        std::wstring_view rest = m_text;
+        DBROWCOUNT changes = 0;
+        bool anyChange = false;
+        while (!OnlyTrivia(rest)) {
+            std::wstring_view tail;
+            std::wstring_view statementText = rest;
+            SqliteStatement statement = database->Prepare(rest, &tail);
+            statementText = rest.substr(0, rest.size() - tail.size());
+            rest = tail;
+            if (!statement) continue;
+            if (sqlite3_bind_parameter_count(statement.get()) > 0 && (!params || !params->pData))
+                Fail(DB_E_PARAMNOTOPTIONAL, L"The statement has parameters ('?') and no values were given for them.",
+                     L"07002");
+            const bool last = OnlyTrivia(rest);
+            if (sqlite3_column_count(statement.get()) > 0 && last) {
+                auto source = std::make_unique<StatementRowSource>(database, std::move(statement), false,
+                                                                   std::wstring(statementText));
+                if (rowsAffected) *rowsAffected = DB_COUNTUNAVAILABLE;
+                if (!wantRowset) return S_OK;
+                PropertyStore properties = m_properties;
+                HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset), database,
+                                                    std::unique_ptr<RowSource>(std::move(source)),
+                                                    std::move(properties), ComPtr<IUnknown>(ControllingUnknown()),
+                                                    OpenToken());
+                if (FAILED(hr)) Fail(hr);
+                return S_OK;
+            }
+            ConnectionLock lock(db);
+            const auto before = sqlite3_total_changes64(db);
+            int rc;
+            while ((rc = sqlite3_step(statement.get())) == SQLITE_ROW) {
+            }
+            if (rc != SQLITE_DONE) FailSqlite(db, rc, statementText);
+            if (sqlite3_stmt_readonly(statement.get()) == 0) {
+                // Rows the statement itself changed: sqlite3_changes leaves out what triggers did
+                // (the provider's own column triggers among them) but keeps the count of an
+                // earlier statement when this one changed nothing, which the total tells.
+                if (sqlite3_total_changes64(db) != before) changes += static_cast<DBROWCOUNT>(sqlite3_changes64(db));
+                anyChange = true;
+            }
+        }
+        if (rowsAffected) *rowsAffected = anyChange ? changes : 0;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::GetDBSession(REFIID riid, IUnknown** session) {
+    try {
+        if (!session) Fail(E_INVALIDARG);
+        *session = nullptr;
+        HRESULT hr = m_session->Identity()->QueryInterface(riid, reinterpret_cast<void**>(session));
+        if (FAILED(hr)) Fail(hr);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::GetCommandText(GUID* dialect, LPOLESTR* text) {
+    try {
+        if (!text) Fail(E_INVALIDARG);
+        *text = nullptr;
+        std::lock_guard guard(m_lock);
+        if (!m_hasText) Fail(DB_E_NOCOMMAND);
+        *text = CopyToCoTaskMem(m_text).release();
+        HRESULT hr = S_OK;
+        if (dialect) {
+            if (*dialect != DBGUID_DEFAULT && *dialect != DBGUID_SQL && *dialect != GUID_NULL)
+                hr = DB_S_DIALECTIGNORED;
+            *dialect = DBGUID_SQL;
+        }
+        return hr == S_OK ? S_OK : ClearErrorAndReturn(hr);
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::SetCommandText(REFGUID dialect, LPCOLESTR text) {
+    try {
+        if (dialect != DBGUID_DEFAULT && dialect != DBGUID_SQL) Fail(DB_E_DIALECTNOTSUPPORTED);
+        std::lock_guard guard(m_lock);
+        if (HasOpenRowset()) Fail(DB_E_OBJECTOPEN, L"A rowset of this command is still open.");
+        m_hasText = text && *text;
+        m_text = m_hasText ? text : L"";
+        m_prepared = false;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
+    try {
+        std::lock_guard guard(m_lock);
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, RowsetPropertySets()));
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::SetProperties(ULONG setCount, DBPROPSET sets[]) {
+    try {
+        std::lock_guard guard(m_lock);
+        if (HasOpenRowset()) Fail(DB_E_OBJECTOPEN, L"A rowset of this command is still open.");
+        HRESULT hr = m_properties.SetProperties(setCount, sets, RowsetPropertySets(), ValidateRowsetProperty);
+        if (FAILED(hr))
+            Fail(hr, L"The rowset properties cannot be satisfied; see each property's status.");
+        if (hr != S_OK)
+            PublishError(hr, L"Some optional rowset properties were not set; see each property's status.");
+        return hr;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::Prepare(ULONG) {
+    try {
+        std::lock_guard guard(m_lock);
+        if (!m_hasText) Fail(DB_E_NOCOMMAND);
+        std::wstring_view tail;
+        m_session->database()->Prepare(m_text, &tail);
+        m_prepared = true;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::Unprepare() {
+    try {
+        std::lock_guard guard(m_lock);
+        m_prepared = false;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+ComPtr<IColumnsInfo> Command::DescribePrepared() {
+    if (!m_hasText) Fail(DB_E_NOCOMMAND);
+    if (!m_prepared) Fail(DB_E_NOTPREPARED);
+    const auto& database = m_session->database();
+    SqliteStatement statement = database->Prepare(m_text);
+    // Only a statement that changes nothing may be stepped to type its expressions.
+    std::unique_ptr<RowSource> source;
+    if (statement && sqlite3_stmt_readonly(statement.get()))
+        source = std::make_unique<StatementRowSource>(database, std::move(statement), false, m_text);
+    else
+        source = std::make_unique<MemoryRowSource>(std::vector<ColumnDesc>{}, std::vector<SourceRow>{});
+    ComPtr<IColumnsInfo> info;
+    ZEL_THROW_IF_FAILED(Rowset::CreateInstance(nullptr, IID_IColumnsInfo, info.put_void(), database,
+                                               std::move(source), m_properties, ComPtr<IUnknown>()));
+    return info;
+}
+
+STDMETHODIMP Command::GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) {
+    try {
+        if (!count || !info || !names) Fail(E_INVALIDARG);
+        *count = 0;
+        *info = nullptr;
+        *names = nullptr;
+        std::lock_guard guard(m_lock);
+        return DescribePrepared()->GetColumnInfo(count, info, names);
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) {
+    try {
+        std::lock_guard guard(m_lock);
+        return DescribePrepared()->MapColumnIDs(count, ids, ordinals);
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) {
+    try {
+        if (!ValidConvertFlags(from, flags, true)) Fail(DB_E_BADCONVERTFLAG);
+        return zel::lite::CanConvert(from, to) ? S_OK : S_FALSE;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Command::InterfaceSupportsErrorInfo(REFIID riid) {
+    return riid == IID_ICommand || riid == IID_ICommandText || riid == IID_ICommandProperties ||
+                   riid == IID_ICommandPrepare || riid == IID_IColumnsInfo || riid == IID_IConvertType
+               ? S_OK
+               : S_FALSE;
+}
+
+}  // namespace zel::lite

@@ -1,0 +1,82 @@
+// A command: SQL text run on the session's connection. Execute returns a rowset for statements
+// that return rows and the change count, without a rowset, for the others; several statements
+// separated by ';' run in order and the last one's rows are returned.
+#pragma once
+
+#include <windows.h>
+#include <oledb.h>
+
+#include <mutex>
+#include <string>
+
+#include "common/ComObject.h"
+#include "common/OleDbIids.h"
+#include "provider/properties/PropertyStore.h"
+#include "provider/sqlite/SqliteHandles.h"
+
+#include <memory>
+
+namespace zel::lite {
+
+class Session;
+
+class Command final : public ComObject<Command, ICommandText, ICommandProperties, ICommandPrepare, IColumnsInfo,
+                                       IConvertType, ISupportErrorInfo> {
+public:
+    explicit Command(ComPtr<Session> session);
+
+    void* QueryExtra(REFIID riid) noexcept;
+
+    // ICommand. Execute: DB_E_NOCOMMAND without text, DB_E_ERRORSINCOMMAND (and SQLSTATE
+    // 42000) for bad SQL, DB_E_NOTABLE for a missing table, DB_E_INTEGRITYVIOLATION for a
+    // broken constraint, DB_E_READONLY on a read-only data source, DB_E_TIMEOUT when another
+    // connection keeps the file locked past the busy timeout. *rowsAffected is the number of
+    // rows changed, or DB_COUNTUNAVAILABLE (-1) for statements that return rows.
+    STDMETHODIMP Cancel() override;
+    STDMETHODIMP Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DBROWCOUNT* rowsAffected,
+                         IUnknown** rowset) override;
+    STDMETHODIMP GetDBSession(REFIID riid, IUnknown** session) override;
+    // ICommandText: dialects DBGUID_DEFAULT and DBGUID_SQL. SetCommandText fails with
+    // DB_E_OBJECTOPEN while a rowset of this command is open.
+    STDMETHODIMP GetCommandText(GUID* dialect, LPOLESTR* text) override;
+    STDMETHODIMP SetCommandText(REFGUID dialect, LPCOLESTR text) override;
+
+    // ICommandProperties: the rowset properties the next Execute asks for (DB_E_OBJECTOPEN
+    // while a rowset of this command is open).
+    STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
+                               DBPROPSET** sets) override;
+    STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
+
+    // ICommandPrepare: Prepare checks the SQL (DB_E_ERRORSINCOMMAND) so that IColumnsInfo can
+    // describe the result before Execute.
+    STDMETHODIMP Prepare(ULONG expectedRuns) override;
+    STDMETHODIMP Unprepare() override;
+
+    // IColumnsInfo: DB_E_NOCOMMAND without text, DB_E_NOTPREPARED before Prepare.
+    STDMETHODIMP GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) override;
+    STDMETHODIMP MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) override;
+
+    // IConvertType
+    STDMETHODIMP CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) override;
+
+    // ISupportErrorInfo
+    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
+
+private:
+    // A rowset describing the prepared statement's columns (IColumnsInfo before Execute).
+    ComPtr<IColumnsInfo> DescribePrepared();
+
+    // Held by each rowset this command made; the count of holders tells whether one is open.
+    std::shared_ptr<void> OpenToken();
+    bool HasOpenRowset() const noexcept { return m_openRowsets.use_count() > 1; }
+
+    std::mutex m_lock;
+    ComPtr<Session> m_session;
+    std::shared_ptr<void> m_openRowsets = std::make_shared<int>(0);
+    std::wstring m_text;
+    bool m_hasText = false;
+    bool m_prepared = false;
+    PropertyStore m_properties;
+};
+
+}  // namespace zel::lite

@@ -1,0 +1,221 @@
+#include "provider/objects/Session.h"
+
+#include <oledberr.h>
+
+#include "provider/errors/Errors.h"
+#include "provider/objects/Command.h"
+#include "provider/objects/Rowset.h"
+#include "provider/properties/RowsetProperties.h"
+#include "provider/rows/StatementRowSource.h"
+#include "provider/text/SqlText.h"
+#include "provider/text/Utf.h"
+
+namespace zel::lite {
+
+namespace {
+
+const PropertyDefinition kSessionProperties[] = {
+    {&DBPROPSET_SESSION, DBPROP_SESS_AUTOCOMMITISOLEVELS, VT_I4,
+     DBPROPFLAGS_SESSION | DBPROPFLAGS_READ | DBPROPFLAGS_WRITE, L"Autocommit Isolation Levels"},
+};
+const GUID* const kSessionSets[] = {&DBPROPSET_SESSION};
+
+}  // namespace
+
+Session::Session(ComPtr<DataSource> dataSource, std::shared_ptr<Database> database)
+    : m_dataSource(std::move(dataSource)), m_database(std::move(database)), m_properties(kSessionProperties) {
+    m_properties.PutI4(DBPROPSET_SESSION, DBPROP_SESS_AUTOCOMMITISOLEVELS, DBPROPVAL_TI_SERIALIZABLE);
+    m_properties.CaptureDefaults();
+    m_dataSource->SessionOpened();
+}
+
+Session::~Session() {
+    // An open transaction ends with the session: SQLite rolls it back when the connection closes.
+    m_dataSource->SessionClosed();
+}
+
+void* Session::QueryExtra(REFIID riid) noexcept {
+    if (riid == IID_ITransaction) return static_cast<ITransaction*>(static_cast<ITransactionLocal*>(this));
+    if (riid == IID_ITableDefinition) return static_cast<ITableDefinition*>(static_cast<ITableCreation*>(this));
+    return nullptr;
+}
+
+STDMETHODIMP Session::GetDataSource(REFIID riid, IUnknown** dataSource) {
+    try {
+        if (!dataSource) Fail(E_INVALIDARG);
+        *dataSource = nullptr;
+        HRESULT hr = m_dataSource->Identity()->QueryInterface(riid, reinterpret_cast<void**>(dataSource));
+        if (FAILED(hr)) Fail(hr);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::OpenRowset(IUnknown* outer, DBID* tableId, DBID* indexId, REFIID riid, ULONG setCount,
+                                 DBPROPSET sets[], IUnknown** rowset) {
+    try {
+        if (rowset) *rowset = nullptr;
+        if (!tableId && !indexId) Fail(E_INVALIDARG, L"Neither a table nor an index was named.");
+        if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
+        if (indexId) Fail(DB_E_NOINDEX);
+        if (tableId->eKind != DBKIND_NAME || !tableId->uName.pwszName || !*tableId->uName.pwszName)
+            Fail(DB_E_NOTABLE, L"Tables are named by DBKIND_NAME ids.");
+        const std::wstring table = tableId->uName.pwszName;
+
+        PropertyStore properties = MakeRowsetProperties();
+        HRESULT propertiesResult =
+            properties.SetProperties(setCount, sets, RowsetPropertySets(), ValidateRowsetProperty);
+        if (FAILED(propertiesResult))
+            Fail(propertiesResult, L"A required rowset property cannot be satisfied; see each property's status.");
+
+        std::lock_guard guard(m_lock);
+        // Find the table or view, matching the name as SQLite does (without regard to case).
+        std::wstring kind;
+        {
+            auto lookup = m_database->Prepare(
+                L"SELECT type, name FROM sqlite_master WHERE type IN ('table','view') AND name = ?1 COLLATE NOCASE");
+            ConnectionLock lock(m_database->handle());
+            sqlite3_bind_text16(lookup.get(), 1, table.c_str(), -1, SQLITE_TRANSIENT);
+            if (sqlite3_step(lookup.get()) == SQLITE_ROW)
+                kind = static_cast<const wchar_t*>(sqlite3_column_text16(lookup.get(), 0));
+        }
+        if (kind.empty()) Fail(DB_E_NOTABLE, L"no such table: " + table, L"42S02");
+        if (!rowset) return ClearErrorAndReturn(propertiesResult);
+
+        // Tables are read with their rowid, which later finds a changed row again.
+        SqliteStatement statement;
+        bool hiddenRowid = false;
+        std::wstring sql;
+        if (kind == L"table") {
+            sql = L"SELECT rowid, * FROM " + QuoteName(table);
+            statement = m_database->TryPrepare(sql);
+            hiddenRowid = static_cast<bool>(statement);
+        }
+        if (!hiddenRowid) {
+            sql = L"SELECT * FROM " + QuoteName(table);
+            statement = m_database->Prepare(sql);
+        }
+        auto source = std::make_unique<StatementRowSource>(m_database, std::move(statement), hiddenRowid, sql);
+        HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset), m_database,
+                                            std::unique_ptr<RowSource>(std::move(source)), std::move(properties),
+                                            ComPtr<IUnknown>(Identity()));
+        if (FAILED(hr)) Fail(hr);
+        return ClearErrorAndReturn(propertiesResult);
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::CreateCommand(IUnknown* outer, REFIID riid, IUnknown** command) {
+    try {
+        if (!command) Fail(E_INVALIDARG);
+        *command = nullptr;
+        if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
+        HRESULT hr = Command::CreateInstance(outer, riid, reinterpret_cast<void**>(command), ComPtr<Session>(this));
+        if (FAILED(hr)) Fail(hr);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
+    try {
+        std::lock_guard guard(m_lock);
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, kSessionSets));
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::SetProperties(ULONG setCount, DBPROPSET sets[]) {
+    try {
+        std::lock_guard guard(m_lock);
+        return FailOrReturn(m_properties.SetProperties(setCount, sets, kSessionSets, nullptr));
+    }
+    ZEL_CATCH_RETURN()
+}
+
+void Session::Begin() {
+    // A read-write session takes the write lock at once, so that two writers never deadlock
+    // upgrading their locks; the busy timeout makes the second one wait.
+    m_database->Execute(m_database->options().readOnly ? "BEGIN" : "BEGIN IMMEDIATE");
+}
+
+STDMETHODIMP Session::StartTransaction(ISOLEVEL level, ULONG flags, ITransactionOptions*, ULONG* transactionLevel) {
+    try {
+        std::lock_guard guard(m_lock);
+        if (flags != 0) Fail(XACT_E_NOISORETAIN, L"Isolation flags are not supported.");
+        switch (static_cast<ULONG>(level)) {
+        case ISOLATIONLEVEL_UNSPECIFIED:
+        case ISOLATIONLEVEL_READUNCOMMITTED:
+        case ISOLATIONLEVEL_READCOMMITTED:
+        case ISOLATIONLEVEL_REPEATABLEREAD:
+        case ISOLATIONLEVEL_SERIALIZABLE: break;
+        default: Fail(XACT_E_ISOLATIONLEVEL);
+        }
+        if (m_database->InTransaction()) Fail(XACT_E_XTIONEXISTS);
+        Begin();
+        if (transactionLevel) *transactionLevel = 1;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::Commit(BOOL retaining, DWORD commitType, DWORD resourceManagerFlags) {
+    try {
+        std::lock_guard guard(m_lock);
+        if (commitType != 0 && commitType != XACTTC_SYNC && commitType != XACTTC_SYNC_PHASEONE)
+            Fail(XACT_E_NOTSUPPORTED);
+        if (resourceManagerFlags != 0) Fail(XACT_E_NOTSUPPORTED);
+        if (!m_database->InTransaction()) Fail(XACT_E_NOTRANSACTION);
+        m_database->Execute("COMMIT");
+        if (retaining) Begin();
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::Abort(BOID*, BOOL retaining, BOOL async) {
+    try {
+        std::lock_guard guard(m_lock);
+        if (async) Fail(XACT_E_NOTSUPPORTED);
+        if (!m_database->InTransaction()) Fail(XACT_E_NOTRANSACTION);
+        m_database->Execute("ROLLBACK");
+        if (retaining) Begin();
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::GetTransactionInfo(XACTTRANSINFO* info) {
+    try {
+        if (!info) Fail(E_INVALIDARG);
+        std::lock_guard guard(m_lock);
+        if (!m_database->InTransaction()) Fail(XACT_E_NOTRANSACTION);
+        *info = XACTTRANSINFO{};
+        info->isoLevel = ISOLATIONLEVEL_SERIALIZABLE;
+        info->isoFlags = 0;
+        info->grfTCSupported = XACTTC_SYNC;
+        info->grfTCSupportedRetaining = XACTTC_SYNC;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::GetOptionsObject(ITransactionOptions** options) {
+    try {
+        if (!options) Fail(E_INVALIDARG);
+        *options = nullptr;
+        Fail(E_NOTIMPL, L"Transaction options (time-out, description) are not supported.");
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP Session::InterfaceSupportsErrorInfo(REFIID riid) {
+    return riid == IID_IGetDataSource || riid == IID_IOpenRowset || riid == IID_IDBCreateCommand ||
+                   riid == IID_ISessionProperties || riid == IID_ITransactionLocal || riid == IID_ITransaction ||
+                   riid == IID_IDBSchemaRowset || riid == IID_ITableDefinition || riid == IID_ITableCreation ||
+                   riid == IID_IIndexDefinition
+               ? S_OK
+               : S_FALSE;
+}
+
+}  // namespace zel::lite

@@ -1,0 +1,310 @@
+#include "provider/rows/RowCache.h"
+
+#include <cstring>
+
+namespace zel::lite {
+namespace {
+
+// The store's blocks; a row bigger than a quarter block gets a block of its own.
+constexpr size_t kBlockSize = 1u << 20;
+
+// A row's encoding: the number of values and the rowid (0, or 1 and the number), then per
+// value its tag and its data. Numbers are variable-length (7 bits a byte, low bits first;
+// signed ones zigzag-mapped so that small negative numbers stay short).
+enum Tag : BYTE {
+    kNull,
+    kInteger,     // the number
+    kReal,        // the double's 8 bytes
+    kWideText,    // the length in code units, then the UTF-16 code units
+    kNarrowText,  // the length, then one byte per code unit (every unit below 256)
+    kBlob,        // the length in bytes, then the bytes
+};
+
+size_t NumberSize(std::uint64_t value) {
+    size_t size = 1;
+    for (; value >= 0x80; value >>= 7) ++size;
+    return size;
+}
+
+BYTE* PutNumber(BYTE* out, std::uint64_t value) {
+    for (; value >= 0x80; value >>= 7) *out++ = static_cast<BYTE>(value | 0x80);
+    *out++ = static_cast<BYTE>(value);
+    return out;
+}
+
+const BYTE* GetNumber(const BYTE* in, std::uint64_t& value) {
+    value = 0;
+    for (int shift = 0;; shift += 7) {
+        const BYTE b = *in++;
+        value |= static_cast<std::uint64_t>(b & 0x7F) << shift;
+        if (!(b & 0x80)) return in;
+    }
+}
+
+std::uint64_t ZigZag(std::int64_t value) {
+    return (static_cast<std::uint64_t>(value) << 1) ^ static_cast<std::uint64_t>(value >> 63);
+}
+
+std::int64_t UnZigZag(std::uint64_t value) {
+    return static_cast<std::int64_t>(value >> 1) ^ -static_cast<std::int64_t>(value & 1);
+}
+
+bool IsNarrow(const std::wstring& text) {
+    for (wchar_t unit : text)
+        if (unit > 0xFF) return false;
+    return true;
+}
+
+size_t EncodedSize(const Cell& cell) {
+    if (const auto* number = std::get_if<std::int64_t>(&cell)) return 1 + NumberSize(ZigZag(*number));
+    if (std::holds_alternative<double>(cell)) return 1 + sizeof(double);
+    if (const auto* text = std::get_if<std::wstring>(&cell))
+        return 1 + NumberSize(text->size()) + text->size() * (IsNarrow(*text) ? 1 : sizeof(wchar_t));
+    if (const auto* bytes = std::get_if<Bytes>(&cell)) return 1 + NumberSize(bytes->size()) + bytes->size();
+    return 1;
+}
+
+BYTE* Encode(BYTE* out, const Cell& cell) {
+    if (const auto* number = std::get_if<std::int64_t>(&cell)) {
+        *out++ = kInteger;
+        return PutNumber(out, ZigZag(*number));
+    }
+    if (const auto* real = std::get_if<double>(&cell)) {
+        *out++ = kReal;
+        memcpy(out, real, sizeof(double));
+        return out + sizeof(double);
+    }
+    if (const auto* text = std::get_if<std::wstring>(&cell)) {
+        const bool narrow = IsNarrow(*text);
+        *out++ = narrow ? kNarrowText : kWideText;
+        out = PutNumber(out, text->size());
+        if (!narrow) {
+            memcpy(out, text->data(), text->size() * sizeof(wchar_t));
+            return out + text->size() * sizeof(wchar_t);
+        }
+        for (wchar_t unit : *text) *out++ = static_cast<BYTE>(unit);
+        return out;
+    }
+    if (const auto* bytes = std::get_if<Bytes>(&cell)) {
+        *out++ = kBlob;
+        out = PutNumber(out, bytes->size());
+        if (!bytes->empty()) memcpy(out, bytes->data(), bytes->size());
+        return out + bytes->size();
+    }
+    *out++ = kNull;
+    return out;
+}
+
+// The text or blob alternative of `cell`, made when the cell holds another: a cell decoded
+// again keeps its buffer.
+template <typename T>
+T& Holding(Cell& cell) {
+    if (T* held = std::get_if<T>(&cell)) return *held;
+    return cell.emplace<T>();
+}
+
+const BYTE* Decode(const BYTE* in, Cell& cell) {
+    const BYTE tag = *in++;
+    std::uint64_t number = 0;
+    switch (tag) {
+        case kInteger:
+            in = GetNumber(in, number);
+            cell = UnZigZag(number);
+            return in;
+        case kReal: {
+            double real = 0;
+            memcpy(&real, in, sizeof real);
+            cell = real;
+            return in + sizeof real;
+        }
+        case kWideText: {
+            in = GetNumber(in, number);
+            std::wstring& text = Holding<std::wstring>(cell);
+            text.resize(static_cast<size_t>(number));
+            memcpy(text.data(), in, text.size() * sizeof(wchar_t));
+            return in + text.size() * sizeof(wchar_t);
+        }
+        case kNarrowText: {
+            in = GetNumber(in, number);
+            std::wstring& text = Holding<std::wstring>(cell);
+            text.resize(static_cast<size_t>(number));
+            for (wchar_t& unit : text) unit = *in++;
+            return in;
+        }
+        case kBlob: {
+            in = GetNumber(in, number);
+            Bytes& bytes = Holding<Bytes>(cell);
+            bytes.assign(in, in + number);
+            return in + number;
+        }
+        default:
+            cell = std::monostate{};
+            return in;
+    }
+}
+
+}  // namespace
+
+RowCache::RowCache(std::unique_ptr<RowSource> source, size_t maxRows)
+    : m_source(std::move(source)), m_maxRows(maxRows) {}
+
+bool RowCache::Load(size_t index) {
+    while (index >= m_rows.size()) {
+        if (m_exhausted || (m_maxRows && m_rows.size() >= m_maxRows)) {
+            m_exhausted = true;
+            return false;
+        }
+        if (!m_source->Next(m_read)) {
+            m_exhausted = true;
+            return false;
+        }
+        CachedRow row;
+        row.encoded = Store(m_read);
+        m_rows.push_back(row);
+    }
+    return true;
+}
+
+void RowCache::LoadAll() {
+    while (Load(m_rows.size())) {
+    }
+}
+
+bool RowCache::NextVisible(size_t& gap) {
+    for (size_t i = gap; Load(i); ++i) {
+        if (!m_rows[i].deleted) {
+            gap = i + 1;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool RowCache::PrevVisible(size_t& gap) {
+    for (size_t i = gap; i > 0; --i) {
+        if (!m_rows[i - 1].deleted) {
+            gap = i - 1;
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<size_t> RowCache::Fetch(DBROWOFFSET offset, DBROWCOUNT count, bool& endOfRowset) {
+    std::vector<size_t> fetched;
+    endOfRowset = false;
+    if (m_atStart && (offset < 0 || (offset == 0 && count < 0))) {
+        LoadAll();
+        m_gap = m_rows.size();
+    }
+    m_atStart = false;
+    size_t gap = m_gap;
+    for (DBROWOFFSET i = 0; i < offset; ++i) {
+        if (!NextVisible(gap)) {
+            LoadAll();
+            m_gap = m_rows.size();
+            endOfRowset = true;
+            return fetched;
+        }
+    }
+    for (DBROWOFFSET i = 0; i > offset; --i) {
+        if (!PrevVisible(gap)) {
+            m_gap = 0;
+            endOfRowset = true;
+            return fetched;
+        }
+    }
+    const DBROWCOUNT wanted = count < 0 ? -count : count;
+    for (DBROWCOUNT i = 0; i < wanted; ++i) {
+        if (count > 0) {
+            if (!NextVisible(gap)) break;
+            fetched.push_back(gap - 1);
+        } else {
+            if (!PrevVisible(gap)) break;
+            fetched.push_back(gap);
+        }
+    }
+    m_gap = gap;
+    endOfRowset = static_cast<DBROWCOUNT>(fetched.size()) < wanted;
+    return fetched;
+}
+
+void RowCache::Restart() noexcept {
+    m_gap = 0;
+    m_atStart = true;
+}
+
+CachedRow* RowCache::Find(HROW handle) noexcept {
+    CachedRow* row = FindAny(handle);
+    return row && row->refs > 0 ? row : nullptr;
+}
+
+CachedRow* RowCache::FindAny(HROW handle) noexcept {
+    if (handle == DB_NULL_HROW) return nullptr;
+    size_t index = IndexOf(handle);
+    return index < m_rows.size() ? &m_rows[index] : nullptr;
+}
+
+size_t RowCache::Append(const SourceRow& row) {
+    CachedRow cached;
+    cached.encoded = Store(row);
+    m_rows.push_back(cached);
+    return m_rows.size() - 1;
+}
+
+const SourceRow& RowCache::Values(size_t index) {
+    if (index != m_decodedIndex) {
+        m_decodedIndex = SIZE_MAX;  // stays unset if decoding fails half-way
+        const BYTE* in = m_rows[index].encoded;
+        std::uint64_t count = 0;
+        in = GetNumber(in, count);
+        std::uint64_t rowid = 0;
+        in = GetNumber(in, rowid);
+        if (rowid == 0) {
+            m_decoded.rowid.reset();
+        } else {
+            in = GetNumber(in, rowid);
+            m_decoded.rowid = UnZigZag(rowid);
+        }
+        m_decoded.cells.resize(static_cast<size_t>(count));
+        for (Cell& cell : m_decoded.cells) in = Decode(in, cell);
+        m_decodedIndex = index;
+    }
+    return m_decoded;
+}
+
+void RowCache::Replace(size_t index, const SourceRow& row) {
+    m_decodedIndex = SIZE_MAX;
+    m_rows[index].encoded = Store(row);
+}
+
+const BYTE* RowCache::Store(const SourceRow& row) {
+    size_t size = NumberSize(row.cells.size()) + 1 + (row.rowid ? NumberSize(ZigZag(*row.rowid)) : 0);
+    for (const Cell& cell : row.cells) size += EncodedSize(cell);
+    BYTE* out = nullptr;
+    if (size > kBlockSize / 4) {
+        m_blocks.push_back(std::unique_ptr<BYTE[]>(new BYTE[size]));
+        out = m_blocks.back().get();
+    } else {
+        if (size > m_room) {
+            m_blocks.push_back(std::unique_ptr<BYTE[]>(new BYTE[kBlockSize]));
+            m_free = m_blocks.back().get();
+            m_room = kBlockSize;
+        }
+        out = m_free;
+        m_free += size;
+        m_room -= size;
+    }
+    BYTE* const start = out;
+    out = PutNumber(out, row.cells.size());
+    if (row.rowid) {
+        *out++ = 1;
+        out = PutNumber(out, ZigZag(*row.rowid));
+    } else {
+        *out++ = 0;
+    }
+    for (const Cell& cell : row.cells) out = Encode(out, cell);
+    return start;
+}
+
+}  // namespace zel::lite
