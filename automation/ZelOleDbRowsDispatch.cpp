@@ -5,9 +5,9 @@
 #include <array>
 
 #include "common/ComError.h"
-#include "server/Dispatch.h"
-#include "server/DispatchArguments.h"
-#include "server/DispatchSupport.h"
+#include "automation/Dispatch.h"
+#include "automation/DispatchArguments.h"
+#include "automation/DispatchSupport.h"
 
 namespace zel {
 namespace {

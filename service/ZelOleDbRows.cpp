@@ -1,8 +1,8 @@
 #include "service/ZelOleDbRows.h"
 
 #include "common/ComPtr.h"
-#include "server/Dispatch.h"
-#include "server/TypeLibrary.h"
+#include "automation/Dispatch.h"
+#include "automation/TypeLibrary.h"
 #include "service/ZelOleDbImpl.h"
 
 namespace zel {
