@@ -1,4 +1,4 @@
-// Hand-written late-bound dispatch of IZelOleDb and IZelOleDbHelper. The objects'
+// Hand-written late-bound dispatch of IZelOleDb, IZelOleDbHelper and IZelOleDbRows. The objects'
 // IDispatch methods forward here; the tables of names and dispatch ids and the unpacking
 // rules are the late-bound contract with script and host clients.
 #pragma once
@@ -15,6 +15,7 @@ namespace zel {
 // of the names before it having been written. cNames of 0 gives S_OK.
 HRESULT ZelOleDbGetIDsOfNames(LPOLESTR* names, UINT count, DISPID* ids) noexcept;
 HRESULT ZelOleDbHelperGetIDsOfNames(LPOLESTR* names, UINT count, DISPID* ids) noexcept;
+HRESULT ZelOleDbRowsGetIDsOfNames(LPOLESTR* names, UINT count, DISPID* ids) noexcept;
 
 // IDispatch::Invoke for IZelOleDb: unpacks `params` in declaration order, converts
 // in-arguments, calls the method through `target`'s vtable and returns its HRESULT, or the
@@ -25,5 +26,10 @@ HRESULT ZelOleDbInvoke(IZelOleDb* target, DISPID member, DISPPARAMS* params, VAR
 // IDispatch::Invoke for IZelOleDbHelper (one method, named arguments allowed).
 HRESULT ZelOleDbHelperInvoke(IZelOleDbHelper* target, DISPID member, DISPPARAMS* params, VARIANT* result,
                              EXCEPINFO* excepInfo, UINT* argErr) noexcept;
+
+// IDispatch::Invoke for IZelOleDbRows: the same rules as for IZelOleDb (positional
+// arguments only, in-arguments converted, DISP_E_* codes), over its three methods.
+HRESULT ZelOleDbRowsInvoke(IZelOleDbRows* target, DISPID member, DISPPARAMS* params, VARIANT* result,
+                           EXCEPINFO* excepInfo, UINT* argErr) noexcept;
 
 }  // namespace zel

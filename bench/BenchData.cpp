@@ -61,27 +61,7 @@ std::string WriteAtomically(const std::wstring& path, Fill&& fill) {
 
 std::string GenerateRowTable(const std::wstring& path, unsigned long long rows) {
     return WriteAtomically(path, [rows](Database& db) {
-        if (!db.Exec("CREATE TABLE BenchRows (Id INTEGER PRIMARY KEY, Name TEXT(50), Amount DOUBLE, "
-                     "Created DATETIME, Active BIT, Notes TEXT(200))"))
-            return false;
-        // Values vary with the row number so that no two rows format alike: names of 14 to
-        // 30 characters, amounts with decimals, dates over about five years with times of
-        // day, and 200-character notes that start with the row number.
-        char sql[1024];
-        std::snprintf(sql, sizeof sql,
-                      "WITH RECURSIVE seq(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM seq WHERE i < %llu) "
-                      "INSERT INTO BenchRows SELECT i, "
-                      "printf('Customer %%07d %%s', i, substr('abcdefghijklmnop', 1, i %% 17)), "
-                      "i * 1.25 + (i %% 100) / 7.0, "
-                      "datetime('2020-01-01', '+' || (i %% 1900) || ' days', '+' || ((i * 7919) %% 86400) || ' seconds'), "
-                      "i %% 2, "
-                      "substr(printf('Note %%07d ', i) || "
-                      "'The quick brown fox jumps over the lazy dog while the five boxing wizards jump quickly; "
-                      "pack my box with five dozen liquor jugs, and how vexingly quick daft zebras jump over "
-                      "the sphinx of black quartz judging my vow.', 1, 200) "
-                      "FROM seq",
-                      rows);
-        return db.Exec(sql);
+        return db.Exec(kRowTableCreate) && db.Exec(RowTableInsert(rows).c_str());
     });
 }
 

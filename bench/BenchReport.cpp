@@ -12,7 +12,7 @@ namespace {
 constexpr double kMiB = 1024.0 * 1024.0;
 
 // The figures measured per table size, in the order the table shows them.
-const char* const kRowFigures[] = {"1", "2", "3", "4", "5c", "5a", "6p", "5b"};
+const char* const kRowFigures[] = {"1", "2", "3", "4", "5c", "5a", "6p", "5b", "8s", "8"};
 // The figures that do not depend on the table size.
 const char* const kOtherFigures[] = {"6", "6b", "7a", "7b"};
 
@@ -204,6 +204,7 @@ std::vector<FloorComparison> Floors(const RawRecord& r, const Index& index) {
         perRow("1", " per row", false);
     }
     if (f == "5b") perRow("4", " (same document in-process)", false);
+    if (f == "8") perRow("8s", " (sqlite3 -csv, whole process)", true);
     if (f == "6") perCall("6b", " per call (no provider call)", false);
     return out;
 }
@@ -226,6 +227,11 @@ std::string Other(const RawRecord& r, const Derived& d) {
         add("walked the first " + Rate(static_cast<double>(r.rows)) + " of " + Rate(static_cast<double>(r.n)) +
             " rows per run");
     if (f == "7a") add(std::to_string(r.rows) + " names listed");
+    if (f == "8" || f == "8s") {
+        add(Format("CSV %.1f MiB", static_cast<double>(r.bytes) / kMiB));
+        add(r.memoryCounter + " " + MiB(static_cast<double>(r.memoryPeak)));
+        if (!r.note.empty()) add(r.note);
+    }
     if (f == "7b") add(std::to_string(r.rows) + " columns");
     // CPU time is counted in scheduler ticks: shown only where a run lasts long enough.
     if (!r.cpuSeconds.empty() && d.time.median >= 0.2) {

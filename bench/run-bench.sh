@@ -16,14 +16,17 @@ STEP_TIMEOUT="${ZEL_BENCH_STEP_TIMEOUT:-1200}"  # seconds one measurement may ta
 
 QUICK=0
 RUNS=5
+ONLY=""   # --only zeldb: just figure 8 (zeldb against sqlite3), for a quick look
 while [ $# -gt 0 ]; do
   case "$1" in
     --quick) QUICK=1 ;;
     --runs) RUNS="$2"; shift ;;
-    *) echo "usage: ./zel bench [--quick] [--runs N]   (N >= 5)" >&2; exit 2 ;;
+    --only) ONLY="$2"; shift ;;
+    *) echo "usage: ./zel bench [--quick] [--runs N] [--only zeldb]   (N >= 5)" >&2; exit 2 ;;
   esac
   shift
 done
+if [ -n "$ONLY" ] && [ "$ONLY" != zeldb ]; then echo "--only takes zeldb" >&2; exit 2; fi
 if [ "$RUNS" -lt 5 ]; then echo "--runs must be at least 5" >&2; exit 2; fi
 
 SIZES=(1000 10000 100000)
@@ -44,8 +47,9 @@ WIDE_COLUMNS=255
 
 W32="$TREES/win32/bin"
 W64="$TREES/win64/bin"
-for program in "$W32/ZelBenchLocal.exe" "$W32/ZelBenchReport.exe" "$W32/ZelPmDb32.exe" "$W32/ZelLite.dll" \
-               "$W64/ZelBenchRemote.exe"; do
+PROGRAMS=("$W32/ZelBenchLocal.exe" "$W32/ZelBenchReport.exe" "$W32/ZelPmDb32.exe" "$W32/ZelLite.dll" "$W64/zeldb.exe")
+[ -n "$ONLY" ] || PROGRAMS+=("$W64/ZelBenchRemote.exe")
+for program in "${PROGRAMS[@]}"; do
   [ -f "$program" ] || { echo "[bench] missing $program: build the trees first" >&2; exit 1; }
 done
 
@@ -101,7 +105,7 @@ for n in "${SIZES[@]}"; do
   fi
 done
 catalog="$OUT/data/catalog-$CATALOG_TABLES-$WIDE_COLUMNS.db"
-if [ ! -f "$catalog" ]; then
+if [ -z "$ONLY" ] && [ ! -f "$catalog" ]; then
   log "generating the catalog ($CATALOG_TABLES tables, one of $WIDE_COLUMNS columns)"
   wine "$W32/ZelBenchLocal.exe" generate-catalog --db "$(winpath "$catalog")" --tables "$CATALOG_TABLES" \
     --columns "$WIDE_COLUMNS"
@@ -110,12 +114,13 @@ fi
 {
   echo "Run: $(date -u '+%Y-%m-%d %H:%M UTC'), $([ "$QUICK" -eq 1 ] && echo 'quick (N up to 100,000)' || echo 'full (N up to 1,000,000)'), $RUNS measured runs per figure; in-process figures and 5b after one warm-up run up to N = 10,000 (none above), 5a, 6 and 7 without; 5a walks at most $WALK_ROWS rows per run, 5c runs up to N = $SERVICE_MAX_N"
   echo "Machine: $(nproc) cores ($(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//')), $(wine --version), load average at start: $(cut -d' ' -f1-3 /proc/loadavg)"
-  echo "Catalog: $(wine "$W32/ZelBenchLocal.exe" catalog-check --db "$(winpath "$catalog")" | tr -d '\r')"
+  [ -n "$ONLY" ] || echo "Catalog: $(wine "$W32/ZelBenchLocal.exe" catalog-check --db "$(winpath "$catalog")" | tr -d '\r')"
   echo "Trees: $TREES (32-bit server and provider, 64-bit client); Wine prefix: $BENCH_PREFIX"
 } > "$CONTEXT"
 
 RAW_WIN="$(winpath "$RAW")"
 for n in "${SIZES[@]}"; do
+  [ -z "$ONLY" ] || break
   db="$(winpath "$OUT/data/rows-$n.db")"
   # A warm-up run matters where runs are short; at 100,000 rows and more it would only add time.
   warmups=1
@@ -134,6 +139,84 @@ for n in "${SIZES[@]}"; do
   measure 5b "$n" "$W64/ZelBenchRemote.exe" run --figure xml "${remote[@]}" --warmups "$warmups"
 done
 
+# Figure 8: the whole command-line client against Debian's native sqlite3 shell, each a
+# process of its own writing the table as CSV to a file: `zeldb query FILE "SELECT *
+# FROM BenchRows" --csv` (a 64-bit Wine process that starts the 32-bit server) against
+# `sqlite3 -csv -header FILE "SELECT * FROM BenchRows"`. Peak memory is each process's
+# Linux peak resident set (VmHWM, Wine's own libraries included): sqlite3's from its exit
+# status, zeldb's and the server's sampled from /proc while they run (Wine starts zeldb
+# through start.exe, so it is not a child that time(1) could measure).
+pids_running() { # fixed text: the processes whose command line contains it
+  grep -lsF -- "$1" /proc/[0-9]*/cmdline 2>/dev/null | cut -d/ -f3 || true
+}
+sample_peaks() { # stopfile outfile text...: per text, the largest VmHWM (bytes) seen until stopfile exists
+  local stop="$1" out="$2" pid kib i; shift 2
+  local -a texts=("$@") peaks=()
+  for i in "${!texts[@]}"; do peaks[i]=0; done
+  while [ ! -f "$stop" ]; do
+    for i in "${!texts[@]}"; do
+      for pid in $(pids_running "${texts[i]}"); do
+        kib=$(awk '/^VmHWM:/ {print $2}' "/proc/$pid/status" 2>/dev/null || true)
+        [ -n "$kib" ] && [ $((kib * 1024)) -gt "${peaks[i]}" ] && peaks[i]=$((kib * 1024))
+      done
+    done
+    sleep 0.1
+  done
+  echo "${peaks[*]}" > "$out"
+}
+record8() { # figure title n note counter peak rows bytes seconds
+  echo "$1,\"$2\",$3,ok,\"$4\",$5,0,$6,$7,0,$8,$9,," >> "$RAW"
+}
+ZELDB_WIN="$(winpath "$W64/zeldb.exe")"
+SERVER_WIN="$(winpath "$W32/ZelPmDb32.exe")"
+for n in "${SIZES[@]}"; do
+  [ "$n" -ge 10000 ] || continue
+  file="$OUT/data/rows-$n.db"
+  out_sqlite="$OUT/data/sqlite3-$n.csv"
+  out_zeldb="$OUT/data/zeldb-$n.csv"
+  times=""; peak=0
+  for run in $(seq "$RUNS"); do
+    t0=$(date +%s.%N)
+    /usr/bin/time -f %M -o "$OUT/data/time.txt" sqlite3 -csv -header "$file" "SELECT * FROM BenchRows" > "$out_sqlite"
+    t1=$(date +%s.%N)
+    times+="$(awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f", b - a }');"
+    kib=$(tail -1 "$OUT/data/time.txt"); [ $((kib * 1024)) -gt "$peak" ] && peak=$((kib * 1024))
+  done
+  lines=$(wc -l < "$out_sqlite")
+  record8 8s "sqlite3 -csv, whole process (native)" "$n" "$((lines - 1)) rows written" "process peak RSS" "$peak" \
+    "$n" "$(stat -c %s "$out_sqlite")" "${times%;}"
+  times=""; peak=0; server_peak=0; failed=""
+  for run in $(seq "$RUNS"); do
+    stop="$OUT/data/sampler.stop"; rm -f "$stop"
+    sample_peaks "$stop" "$OUT/data/peaks.txt" "$ZELDB_WIN" "$SERVER_WIN" &
+    sampler=$!
+    t0=$(date +%s.%N)
+    code=0
+    timeout "$STEP_TIMEOUT" wine "$W64/zeldb.exe" query "$(winpath "$file")" "SELECT * FROM BenchRows" --csv \
+      > "$out_zeldb" || code=$?
+    t1=$(date +%s.%N)
+    # The server ends a moment after its last client; the sampler watches until then.
+    for _ in $(seq 50); do [ -n "$(pids_running "$SERVER_WIN")" ] || break; sleep 0.1; done
+    touch "$stop"; wait "$sampler" || true
+    if [ "$code" -ne 0 ]; then failed="zeldb ended with code $code"; break; fi
+    times+="$(awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f", b - a }');"
+    read -r zp sp < "$OUT/data/peaks.txt" || true
+    [ "${zp:-0}" -gt "$peak" ] && peak=$zp
+    [ "${sp:-0}" -gt "$server_peak" ] && server_peak=$sp
+  done
+  if [ -n "$failed" ]; then
+    echo "8,\"zeldb query --csv, whole process\",$n,failed,\"$failed\",,0,0,0,0,0,,," >> "$RAW"
+    log "figure 8 at N=$n: $failed"
+  else
+    lines=$(wc -l < "$out_zeldb")
+    record8 8 "zeldb query --csv, whole process" "$n" \
+      "$((lines - 1)) rows written; server peak RSS $((server_peak / 1048576)) MiB" "zeldb peak RSS" "$peak" "$n" \
+      "$(stat -c %s "$out_zeldb")" "${times%;}"
+  fi
+  rm -f "$out_sqlite" "$out_zeldb"
+done
+
+if [ -z "$ONLY" ]; then
 db="$(winpath "$OUT/data/rows-1000.db")"
 measure 6 "$FLOOR_CALLS" "$W64/ZelBenchRemote.exe" run --figure call-floor --db "$db" --n "$FLOOR_CALLS" \
   --runs "$RUNS" --warmups 0 --out "$RAW_WIN"
@@ -143,6 +226,7 @@ measure 7a "$CATALOG_TABLES" "$W64/ZelBenchRemote.exe" run --figure tables --db 
   --n "$CATALOG_TABLES" --runs "$RUNS" --warmups 0 --out "$RAW_WIN"
 measure 7b "$WIDE_COLUMNS" "$W64/ZelBenchRemote.exe" run --figure columns --db "$(winpath "$catalog")" \
   --n "$WIDE_COLUMNS" --runs "$RUNS" --warmups 0 --out "$RAW_WIN"
+fi
 
 echo "Load average at end: $(cut -d' ' -f1-3 /proc/loadavg); the suite took $(( $(date +%s) - START )) s" >> "$CONTEXT"
 wine "$W32/ZelBenchReport.exe" --raw "$RAW_WIN" --md "$(winpath "$OUT/results.md")" \

@@ -7,6 +7,12 @@
 
 #include <exception>
 
+// "A method was called at an unexpected time" (winerror.h on Windows; missing from the mingw
+// headers): the batch interface's answer for a command that holds no result.
+#ifndef E_ILLEGAL_METHOD_CALL
+#define E_ILLEGAL_METHOD_CALL ((HRESULT)0x8000000EL)
+#endif
+
 namespace zel {
 
 // Thrown for a failed call or a refused operation; `hr` is what the COM method returns.

@@ -9,7 +9,7 @@ namespace zel::zeldb {
 namespace {
 
 enum OptionBits : unsigned {
-    kOptFormat = 1,    // --csv, --xml
+    kOptFormat = 1,    // --csv, --json, --xml, --server-text
     kOptMaxRows = 2,   // --max-rows N
     kOptType = 4,      // --type T
 };
@@ -32,10 +32,16 @@ const CommandSpec kCommands[] = {
      L"Lists the eleven data-source formats of the connection-string helper: whether their\n"
      L"drivers are installed, the connection-string template and the connection flags.\n"},
     {L"create", L"FILE", 1, 1, 0, L"Creates a new, empty database file with the embedded provider.\n"},
-    {L"query", L"CONN SQL [--csv | --xml] [--max-rows N]", 2, 2, kOptFormat | kOptMaxRows,
-     L"Runs a statement and prints its rows: an aligned table by default, CSV with --csv, or\n"
-     L"the server's query-result document with --xml. --max-rows N stops after N rows (table\n"
-     L"and CSV). NULL prints as an empty cell; binary and long values as <blob N bytes>.\n"},
+    {L"query", L"CONN SQL [--csv | --json | --xml] [--server-text] [--max-rows N]", 2, 2,
+     kOptFormat | kOptMaxRows,
+     L"Runs a statement and prints its rows: an aligned table by default, CSV with --csv, one\n"
+     L"JSON array of objects with --json, or the server's query-result document with --xml.\n"
+     L"Rows arrive in batches and print exactly: reals as the shortest text that reads back as\n"
+     L"the same number, booleans as 1/0 (true/false in JSON), dates as 2020-01-02 02:11:59\n"
+     L"(with a fraction of a second when there is one), decimals and currency digit for digit.\n"
+     L"--server-text prints the server's own field texts instead, row by row. --max-rows N\n"
+     L"stops after N rows (table, CSV and JSON). NULL prints as an empty cell (null in JSON);\n"
+     L"binary values as <blob N bytes>.\n"},
     {L"exec", L"CONN SQL", 2, 2, 0, L"Runs a statement and prints the number of rows it affected.\n"},
     {L"tables", L"CONN [--type T]", 1, 1, kOptType,
      L"Lists the tables of the database, optionally only those of table type T (for example\n"
@@ -171,11 +177,15 @@ Invocation ParseArguments(const std::vector<std::wstring>& args) {
             inv.help = true;
         } else if (name == L"--version") {
             inv.version = true;
-        } else if (name == L"--csv" || name == L"--xml") {
-            const OutputFormat f = name == L"--csv" ? OutputFormat::Csv : OutputFormat::Xml;
+        } else if (name == L"--csv" || name == L"--json" || name == L"--xml") {
+            const OutputFormat f = name == L"--csv"    ? OutputFormat::Csv
+                                   : name == L"--json" ? OutputFormat::Json
+                                                       : OutputFormat::Xml;
             if (inv.format != OutputFormat::Table && inv.format != f)
-                throw UsageError(L"--csv and --xml cannot be combined", commandForErrors);
+                throw UsageError(L"--csv, --json and --xml cannot be combined", commandForErrors);
             inv.format = f;
+        } else if (name == L"--server-text") {
+            inv.serverText = true;
         } else if (name == L"--max-rows") {
             const std::wstring v = takeValue();
             if (!IsUnsignedNumber(v)) throw UsageError(L"--max-rows needs a number, not '" + v + L"'", commandForErrors);
@@ -224,8 +234,10 @@ Invocation ParseArguments(const std::vector<std::wstring>& args) {
     inv.args.assign(words.begin() + static_cast<std::ptrdiff_t>(first), words.end());
     if (inv.args.size() < entry->minArgs) throw UsageError(L"too few arguments for " + command, command);
     if (inv.args.size() > entry->maxArgs) throw UsageError(L"too many arguments for " + command, command);
-    if (!(entry->options & kOptFormat) && inv.format != OutputFormat::Table)
-        throw UsageError(L"--csv and --xml apply to query only", command);
+    if (!(entry->options & kOptFormat) && (inv.format != OutputFormat::Table || inv.serverText))
+        throw UsageError(L"--csv, --json, --xml and --server-text apply to query only", command);
+    if (inv.serverText && inv.format == OutputFormat::Xml)
+        throw UsageError(L"--server-text does not apply to --xml: the document holds the server's texts", command);
     if (!(entry->options & kOptMaxRows) && inv.maxRows)
         throw UsageError(L"--max-rows applies to query only", command);
     if (inv.maxRows && inv.format == OutputFormat::Xml)

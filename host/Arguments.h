@@ -9,7 +9,7 @@
 
 namespace zel::zeldb {
 
-enum class OutputFormat { Table, Csv, Xml };
+enum class OutputFormat { Table, Csv, Json, Xml };
 
 // One parsed command line.
 struct Invocation {
@@ -17,6 +17,8 @@ struct Invocation {
     std::vector<std::wstring> args;  // positional arguments after the command words
     OutputFormat format = OutputFormat::Table;
     std::optional<std::uint64_t> maxRows;
+    // --server-text: print the server's own field texts (row by row) instead of exact values.
+    bool serverText = false;
     std::optional<std::wstring> tableType;
     bool help = false;  // --help / -h, or the `help` command
     bool version = false;  // --version, which stands alone

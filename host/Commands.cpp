@@ -4,15 +4,27 @@
 
 #include "common/Bstr.h"
 #include "common/ComError.h"
+#include "common/SafeArray.h"
 #include "common/Variant.h"
 #include "common/Win32Handles.h"
 #include "host/Progress.h"
 #include "host/ResultWriters.h"
 #include "host/Shell.h"
+#include "host/ValueText.h"
 
 namespace zel::zeldb {
 
 namespace {
+
+// Rows per batch: enough that the cost of a call across the process boundary vanishes
+// behind the rows, few enough that zeldb's and the server's memory stay small. With
+// --max-rows N one row more than N tells whether rows were left out.
+constexpr LONG kBatchRows = 1000;
+
+LONG BatchRowsFor(std::optional<std::uint64_t> maxRows) {
+    if (maxRows && *maxRows < static_cast<std::uint64_t>(kBatchRows)) return static_cast<LONG>(*maxRows) + 1;
+    return kBatchRows;
+}
 
 // Names of the helper's data-source formats, in value order.
 constexpr const wchar_t* kFormatNames[] = {
@@ -99,15 +111,14 @@ int RunCreate(const Invocation& inv, Context& context) {
 int RunQuery(const Invocation& inv, Context& context) {
     auto db = OpenSession(inv.args[0], context);
     Statement statement(db->service());
-    statement.Execute(inv.args[1]);
-    PrintResult(statement, inv.format, inv.maxRows, context);
+    RunAndPrint(statement, inv.args[1], inv.format, inv.serverText, inv.maxRows, context);
     return 0;
 }
 
 int RunExec(const Invocation& inv, Context& context) {
     auto db = OpenSession(inv.args[0], context);
     Statement statement(db->service());
-    statement.Execute(inv.args[1]);
+    statement.ExecuteBatched(inv.args[1], 0);  // no rows wanted, and no document made
     WriteLine(context.out, RowsAffectedText(statement.RowsAffected()));
     return 0;
 }
@@ -234,6 +245,60 @@ void PrintResult(Statement& statement, OutputFormat format, std::optional<std::u
     }
     progress.Finish();
     writer->End(end);
+}
+
+void PrintBatches(Statement& statement, OutputFormat format, std::optional<std::uint64_t> maxRows, Context& context) {
+    const std::vector<Statement::BatchColumn> columns = statement.DescribeColumns();
+    if (columns.empty()) {
+        WriteLine(context.out, RowsAffectedText(statement.RowsAffected()));
+        return;
+    }
+    std::vector<ColumnHeading> headings;
+    for (const auto& column : columns) headings.push_back({column.name, column.alignRight});
+    std::unique_ptr<RowWriter> writer = MakeRowWriter(format, context.out);
+    writer->Begin(headings);
+
+    ResultEnd end;
+    ProgressMeter progress(context.err);
+    std::vector<Cell> cells(columns.size());
+    const LONG batchRows = BatchRowsFor(maxRows);
+    Variant rows;
+    bool more = true;
+    while (more && statement.NextBatch(batchRows, rows)) {
+        SAFEARRAY* array = V_ARRAY(rows.get());
+        LONG upper = -1;
+        SafeArrayGetUBound(array, 1, &upper);
+        const size_t width = static_cast<size_t>(upper + 1);
+        SafeArrayGetUBound(array, 2, &upper);
+        const LONG count = upper + 1;
+        SafeArrayData data(array);
+        const VARIANT* values = data.as<VARIANT>();
+        for (LONG r = 0; r < count; ++r) {
+            if (maxRows && end.rows >= *maxRows) {
+                end.truncated = true;
+                more = false;
+                break;
+            }
+            for (size_t c = 0; c < cells.size(); ++c)
+                cells[c] = c < width ? NaturalCell(values[static_cast<size_t>(r) * width + c]) : Cell::Null();
+            writer->Row(cells);
+            ++end.rows;
+        }
+        progress.Update(end.rows);
+    }
+    progress.Finish();
+    writer->End(end);
+}
+
+void RunAndPrint(Statement& statement, const std::wstring& sql, OutputFormat format, bool serverText,
+                 std::optional<std::uint64_t> maxRows, Context& context) {
+    if (format == OutputFormat::Xml || serverText) {
+        statement.Execute(sql);
+        PrintResult(statement, format, maxRows, context);
+        return;
+    }
+    statement.ExecuteBatched(sql, BatchRowsFor(maxRows));
+    PrintBatches(statement, format, maxRows, context);
 }
 
 void PrintTables(DbSession& db, const std::optional<std::wstring>& type, Context& context) {

@@ -27,8 +27,17 @@ int RunInvocation(const Invocation& invocation, Context& context);
 // The whole program: parse `args`, print help or usage, run.
 int RunZelDb(const std::vector<std::wstring>& args, Context& context);
 
-// Prints one executed statement's result: its rows in `format` (at most `maxRows` for the
-// table and CSV formats), its document, or the rows it affected.
+// Runs `sql` and prints its result. Rows come in batches through the server's batch
+// interface and print as exact values; with --xml (`format` Xml) or `serverText` the
+// statement runs through CmdExecute and PrintResult prints the server's document or texts.
+void RunAndPrint(Statement& statement, const std::wstring& sql, OutputFormat format, bool serverText,
+                 std::optional<std::uint64_t> maxRows, Context& context);
+// Prints the batches of a statement run with ExecuteBatched (at most `maxRows` rows), or
+// the rows it affected.
+void PrintBatches(Statement& statement, OutputFormat format, std::optional<std::uint64_t> maxRows, Context& context);
+// Prints one statement run with Execute: its rows as the server's field texts, row by row,
+// in `format` (at most `maxRows` for the table, CSV and JSON formats), its document, or the
+// rows it affected.
 void PrintResult(Statement& statement, OutputFormat format, std::optional<std::uint64_t> maxRows, Context& context);
 
 // Catalog listings shared by the subcommands and the shell's dot commands.

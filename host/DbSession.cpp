@@ -1,5 +1,7 @@
 #include "host/DbSession.h"
 
+#include <oledb.h>
+
 #include "common/Bstr.h"
 #include "common/SafeArray.h"
 #include "common/Variant.h"
@@ -137,6 +139,88 @@ void Statement::Execute(const std::wstring& sql) {
     if (result != 1) throw ZelDbError(L"the statement failed", E_FAIL, Text(errorText), Text(errorStmt));
     m_xml.reset();
     if (xml.get()) m_xml = xml.str();
+}
+
+IZelOleDbRows* Statement::Rows() {
+    if (!m_rows) Check(ComPtr<IZelOleDb>(m_service).query(m_rows), L"the server has no batch interface IZelOleDbRows");
+    return m_rows.get();
+}
+
+namespace {
+
+// Rows in a batch: the second dimension of the 2-D array.
+LONG BatchRowCount(const Variant& rows) {
+    if (rows.vt() != (VT_ARRAY | VT_VARIANT) || !V_ARRAY(rows.get())) return 0;
+    LONG lower = 0;
+    LONG upper = -1;
+    SafeArrayGetLBound(V_ARRAY(rows.get()), 2, &lower);
+    SafeArrayGetUBound(V_ARRAY(rows.get()), 2, &upper);
+    return upper - lower + 1;
+}
+
+}  // namespace
+
+void Statement::ExecuteBatched(const std::wstring& sql, LONG batchRows) {
+    const Bstr text(sql);
+    Check(m_service->CmdSetCommandText(m_handle, text.get()), L"cannot pass the statement to the server");
+    short result = 0;
+    Bstr errorText;
+    Bstr errorStmt;
+    m_firstBatch.clear();
+    Check(Rows()->RowsExecute(m_handle, batchRows, &result, errorText.put(), errorStmt.put(), m_firstBatch.put()),
+          L"the statement could not be run (no open connection?)");
+    if (result != 1) throw ZelDbError(L"the statement failed", E_FAIL, Text(errorText), Text(errorStmt));
+    m_xml.reset();
+    m_hasFirstBatch = batchRows > 0;
+    m_endSeen = batchRows > 0 && BatchRowCount(m_firstBatch) < batchRows;
+}
+
+std::vector<Statement::BatchColumn> Statement::DescribeColumns() {
+    std::vector<BatchColumn> columns;
+    Variant described;
+    Check(Rows()->RowsGetColumns(m_handle, described.put()), L"cannot read the result's columns");
+    if (described.vt() != (VT_ARRAY | VT_VARIANT) || !V_ARRAY(described.get())) return columns;
+    SAFEARRAY* array = V_ARRAY(described.get());
+    LONG attributes = 0;
+    LONG count = 0;
+    LONG upper = -1;
+    SafeArrayGetUBound(array, 1, &upper);
+    attributes = upper + 1;
+    SafeArrayGetUBound(array, 2, &upper);
+    count = upper + 1;
+    if (attributes < 2) return columns;
+    SafeArrayData data(array);
+    const VARIANT* cells = data.as<VARIANT>();
+    for (LONG c = 0; c < count; ++c) {
+        const VARIANT* column = cells + static_cast<size_t>(c) * attributes;
+        BatchColumn entry;
+        if (V_VT(&column[0]) == VT_BSTR && V_BSTR(&column[0])) entry.name = V_BSTR(&column[0]);
+        if (V_VT(&column[1]) == VT_I4) entry.type = V_I4(&column[1]);
+        // Right-aligned as with the server's texts: the integral and numeric types.
+        switch (entry.type) {
+            case DBTYPE_I2: case DBTYPE_I4: case DBTYPE_UI2: case DBTYPE_UI4: case DBTYPE_I8: case DBTYPE_UI8:
+            case DBTYPE_DECIMAL: case DBTYPE_NUMERIC: case DBTYPE_VARNUMERIC:
+                entry.alignRight = true;
+                break;
+            default: break;
+        }
+        columns.push_back(std::move(entry));
+    }
+    return columns;
+}
+
+bool Statement::NextBatch(LONG batchRows, Variant& rows) {
+    rows.clear();
+    if (m_hasFirstBatch) {
+        m_hasFirstBatch = false;
+        m_firstBatch.detach(rows.get());
+        return BatchRowCount(rows) > 0;
+    }
+    if (m_endSeen) return false;
+    Check(Rows()->RowsFetch(m_handle, batchRows, rows.put()), L"cannot fetch rows");
+    const LONG count = BatchRowCount(rows);
+    m_endSeen = count < batchRows;
+    return count > 0;
 }
 
 std::uint64_t Statement::ColumnCount() {

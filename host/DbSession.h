@@ -12,6 +12,7 @@
 
 #include "ZelPmDb32.h"
 #include "common/ComPtr.h"
+#include "common/Variant.h"
 #include "host/ResultWriters.h"
 #include "host/ZelDbError.h"
 
@@ -68,8 +69,24 @@ public:
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
 
-    // Runs `sql`; throws ZelDbError with the server's error text when it fails.
+    // Runs `sql` through CmdExecute (the server builds its query-result document); throws
+    // ZelDbError with the server's error text when it fails.
     void Execute(const std::wstring& sql);
+
+    // The batch interface (IZelOleDbRows): runs `sql` without a document and keeps the first
+    // batch of up to `batchRows` rows (0: none) for NextBatch. Throws as Execute does.
+    void ExecuteBatched(const std::wstring& sql, LONG batchRows);
+    // The result's columns as RowsGetColumns describes them; empty for a statement without rows.
+    struct BatchColumn {
+        std::wstring name;
+        LONG type = 0;  // DBTYPE
+        bool alignRight = false;  // integral and numeric (DECIMAL, NUMERIC) columns
+    };
+    std::vector<BatchColumn> DescribeColumns();
+    // The next batch of rows as a 2-D SAFEARRAY of VARIANT (columns by rows) in `rows`: the
+    // one ExecuteBatched kept first, then up to `batchRows` more per call. False (and `rows`
+    // VT_EMPTY) when no rows are left.
+    bool NextBatch(LONG batchRows, Variant& rows);
     // The query-result document the execution produced (none for a result without rows).
     const std::optional<std::wstring>& xml() const noexcept { return m_xml; }
     std::uint64_t ColumnCount();
@@ -85,7 +102,13 @@ public:
 private:
     bool Move(HRESULT (STDMETHODCALLTYPE IZelOleDb::*move)(ULONG, short*));
 
+    IZelOleDbRows* Rows();
+
     IZelOleDb* m_service;
+    ComPtr<IZelOleDbRows> m_rows;
+    Variant m_firstBatch;
+    bool m_hasFirstBatch = false;
+    bool m_endSeen = false;  // a batch came back short: no further call is needed
     ULONG m_handle = 0;
     std::optional<std::wstring> m_xml;
 };

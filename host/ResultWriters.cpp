@@ -1,6 +1,7 @@
 #include "host/ResultWriters.h"
 
 #include <algorithm>
+#include <cwchar>
 
 namespace zel::zeldb {
 
@@ -102,18 +103,78 @@ void CsvWriter::Begin(const std::vector<ColumnHeading>& columns) {
 }
 
 void CsvWriter::Row(const std::vector<Cell>& cells) {
-    std::wstring line;
+    // One line buffer reused across rows: results stream through here row after row.
+    m_line.clear();
     for (size_t c = 0; c < cells.size(); ++c) {
-        if (c > 0) line += L',';
-        line += Field(cells[c]);
+        if (c > 0) m_line += L',';
+        const Cell& cell = cells[c];
+        if (!cell.isNull && !cell.text.empty() && cell.text.find_first_of(L",\"\r\n") == std::wstring::npos)
+            m_line += cell.text;  // the common case needs no quoting and no copy of its own
+        else
+            m_line += Field(cell);
     }
-    m_out.Write(line + L"\n");
+    m_line += L'\n';
+    m_out.Write(m_line);
 }
 
 void CsvWriter::End(const ResultEnd&) {}
 
+std::wstring JsonWriter::String(const std::wstring& text) {
+    std::wstring quoted = L"\"";
+    for (wchar_t c : text) {
+        switch (c) {
+            case L'"': quoted += L"\\\""; break;
+            case L'\\': quoted += L"\\\\"; break;
+            case L'\n': quoted += L"\\n"; break;
+            case L'\r': quoted += L"\\r"; break;
+            case L'\t': quoted += L"\\t"; break;
+            default:
+                if (c < 0x20) {
+                    wchar_t escape[8];
+                    swprintf(escape, 8, L"\\u%04x", static_cast<unsigned>(c));
+                    quoted += escape;
+                } else {
+                    quoted += c;
+                }
+        }
+    }
+    return quoted + L"\"";
+}
+
+std::wstring JsonWriter::Value(const Cell& cell) {
+    if (cell.isNull) return L"null";
+    switch (cell.kind) {
+        case CellKind::Number: return cell.text;
+        case CellKind::Boolean: return cell.text == L"0" ? L"false" : L"true";
+        case CellKind::Text: break;
+    }
+    return String(cell.text);
+}
+
+void JsonWriter::Begin(const std::vector<ColumnHeading>& columns) {
+    m_keys.clear();
+    for (const auto& column : columns) m_keys.push_back(String(column.name) + L":");
+    m_first = true;
+    m_out.Write(L"[");
+}
+
+void JsonWriter::Row(const std::vector<Cell>& cells) {
+    std::wstring line = m_first ? L"\n{" : L",\n{";
+    m_first = false;
+    for (size_t c = 0; c < cells.size() && c < m_keys.size(); ++c) {
+        if (c > 0) line += L',';
+        line += m_keys[c];
+        line += Value(cells[c]);
+    }
+    line += L'}';
+    m_out.Write(line);
+}
+
+void JsonWriter::End(const ResultEnd&) { m_out.Write(m_first ? L"]\n" : L"\n]\n"); }
+
 std::unique_ptr<RowWriter> MakeRowWriter(OutputFormat format, TextSink& out) {
     if (format == OutputFormat::Csv) return std::make_unique<CsvWriter>(out);
+    if (format == OutputFormat::Json) return std::make_unique<JsonWriter>(out);
     return std::make_unique<TableWriter>(out);
 }
 

@@ -17,12 +17,21 @@ struct ColumnHeading {
     bool alignRight = false;  // integral and numeric columns, as the server classifies them
 };
 
+// What a cell holds, for the writers that tell kinds apart (JSON writes numbers and booleans
+// bare, everything else as a string).
+enum class CellKind : unsigned char { Text, Number, Boolean };
+
 struct Cell {
     std::wstring text;
     bool isNull = false;
+    CellKind kind = CellKind::Text;
 
     static Cell Null() { return Cell{L"", true}; }
     static Cell Text(std::wstring value) { return Cell{std::move(value), false}; }
+    // `value` is a number's exact text.
+    static Cell Number(std::wstring value) { return Cell{std::move(value), false, CellKind::Number}; }
+    // Shown 1 / 0 (true / false in JSON).
+    static Cell Boolean(bool value) { return Cell{value ? L"1" : L"0", false, CellKind::Boolean}; }
     // How a binary or long value shows: its size, never its bytes.
     static Cell Blob(std::uint64_t bytes);
 };
@@ -75,6 +84,31 @@ public:
 
 private:
     TextSink& m_out;
+    std::wstring m_line;
+};
+
+// One JSON array of objects, one object per row with the column names as keys, written as
+// the rows come:
+//   [
+//   {"id":1,"name":"Bolt","price":0.25,"ok":true,"note":null}
+//   ]
+// Numbers and booleans are bare, NULL is null, everything else a string. Non-ASCII text is
+// written as it is (the sink makes it UTF-8); quotes, backslashes and control characters
+// are escaped. A result without rows is "[]".
+class JsonWriter : public RowWriter {
+public:
+    explicit JsonWriter(TextSink& out) : m_out(out) {}
+    void Begin(const std::vector<ColumnHeading>& columns) override;
+    void Row(const std::vector<Cell>& cells) override;
+    void End(const ResultEnd& end) override;
+
+    static std::wstring String(const std::wstring& text);
+    static std::wstring Value(const Cell& cell);
+
+private:
+    TextSink& m_out;
+    std::vector<std::wstring> m_keys;
+    bool m_first = true;
 };
 
 std::unique_ptr<RowWriter> MakeRowWriter(OutputFormat format, TextSink& out);

@@ -134,8 +134,7 @@ void Shell::Prompt(bool continuation) {
 void Shell::RunStatement(const std::wstring& sql) {
     try {
         Statement statement(m_db.service());
-        statement.Execute(sql);
-        PrintResult(statement, m_xml ? OutputFormat::Xml : OutputFormat::Table, std::nullopt, m_context);
+        RunAndPrint(statement, sql, m_xml ? OutputFormat::Xml : OutputFormat::Table, false, std::nullopt, m_context);
     } catch (const ZelDbError& error) {
         m_context.out.Flush();
         PrintError(m_context.err, error);

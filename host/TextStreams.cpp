@@ -7,7 +7,9 @@ namespace zel::zeldb {
 
 namespace {
 
-constexpr size_t kFlushThreshold = 64 * 1024;
+// Under Wine every WriteFile is a round trip to the wineserver: a large buffer keeps a
+// streamed result of many megabytes to a few dozen writes.
+constexpr size_t kFlushThreshold = 1024 * 1024;
 
 bool IsConsoleHandle(HANDLE handle) {
     DWORD mode = 0;

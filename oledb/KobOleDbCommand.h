@@ -25,6 +25,16 @@ enum TriState : short {
     kTriNotApplicable = 2,  // no rowset, no connection, or a position outside the columns
 };
 
+// One column of a result as the provider describes it (long columns keep their own type).
+struct ColumnDescription {
+    std::wstring name;
+    DBTYPE type = DBTYPE_EMPTY;
+    DBLENGTH size = 0;       // declared size; ~0 for unbounded
+    BYTE precision = 0;
+    BYTE scale = 0;
+    bool nullable = false;
+};
+
 class KobOleDbCommand : public KobOleDbErrorInfo {
 public:
     KobOleDbCommand() = default;
@@ -73,6 +83,21 @@ public:
     virtual void Close();
     virtual bool IsConnected();
     virtual KobOleDbConnection* GetConnection();
+
+    // Reading whole rows for batches (KobOleDbNaturalValues.cpp); not virtual, so the fixed
+    // operation order above is untouched.
+    // Writes the current row's field at `position` into `variant` (cleared first) in its
+    // natural automation type: VT_NULL for NULL, numbers, CY, DECIMAL, BOOL and DATE as
+    // themselves, text as VT_BSTR and binary as VT_ARRAY|VT_UI1 whatever their length (long
+    // values are read from their storage objects), a GUID as its "{...}" text. A value the
+    // provider could not deliver, or a type without an automation form, gives VT_EMPTY.
+    // False for a closed command or a position outside the columns.
+    bool FieldAsNaturalVariant(ULONG position, VARIANT* variant);
+    // The result's columns, bookmark excluded; empty when no rowset is held.
+    std::vector<ColumnDescription> DescribeColumns();
+    // Whether a rowset with rows to read is held (false for a statement without rows).
+    bool HasRowset() const noexcept { return m_isOpen && static_cast<bool>(m_rowset); }
+    bool IsOpen() const noexcept { return m_isOpen; }
 
 protected:
     // Index into the bound columns for a 1-based position, or -1 when the common

@@ -19,7 +19,9 @@ ZelOleDbImpl::~ZelOleDbImpl() {
 }
 
 void* ZelOleDbImpl::QueryExtra(REFIID riid) noexcept {
-    return riid == IID_IDispatch ? static_cast<IZelOleDb*>(this) : nullptr;
+    if (riid == IID_IDispatch) return static_cast<IZelOleDb*>(this);
+    if (riid == IID_IZelOleDbRows) return static_cast<IZelOleDbRows*>(&m_rows);
+    return nullptr;
 }
 
 ULONG ZelOleDbImpl::NonDelegatingAddRef() noexcept { return static_cast<ULONG>(++m_refs); }

@@ -20,6 +20,7 @@
 #include "oledb/KobOleDbIndexes.h"
 #include "oledb/KobOleDbTables.h"
 #include "service/OutParams.h"
+#include "service/ZelOleDbRows.h"
 
 namespace zel {
 
@@ -32,7 +33,7 @@ public:
     ZelOleDbImpl() = default;
     ~ZelOleDbImpl() override;
 
-    // IDispatch answers for the main interface.
+    // IDispatch answers for the main interface; IZelOleDbRows is the batch part m_rows.
     void* QueryExtra(REFIID riid) noexcept;
     // A plain count: the object lives in a single-threaded apartment.
     ULONG NonDelegatingAddRef() noexcept;
@@ -142,6 +143,8 @@ public:
     STDMETHODIMP IdxGetIndexList(ULONG client, VARIANT_BOOL incPrimaryKey, VARIANT* result) override;
 
 private:
+    friend class ZelOleDbRows;  // works on the command registry, answers to the controlling unknown
+
     template <typename T>
     using Registry = std::map<ULONG, std::unique_ptr<T>>;
 
@@ -177,6 +180,7 @@ private:
     Registry<KobOleDbTables> m_tables;
     Registry<KobOleDbColumns> m_columns;
     Registry<KobOleDbIndexes> m_indexes;
+    ZelOleDbRows m_rows{*this};
 };
 
 template <typename T, typename Work>

@@ -79,12 +79,26 @@ TEST(ZelDbArguments, RejectsUnknownCommandsAndOptions) {
 }
 
 TEST(ZelDbArguments, RejectsOptionsThatDoNotApply) {
-    EXPECT_EQ(UsageOf({L"query", L"db", L"x", L"--csv", L"--xml"}).first, L"--csv and --xml cannot be combined");
-    EXPECT_EQ(UsageOf({L"exec", L"db", L"x", L"--csv"}).first, L"--csv and --xml apply to query only");
+    EXPECT_EQ(UsageOf({L"query", L"db", L"x", L"--csv", L"--xml"}).first, L"--csv, --json and --xml cannot be combined");
+    EXPECT_EQ(UsageOf({L"exec", L"db", L"x", L"--csv"}).first, L"--csv, --json, --xml and --server-text apply to query only");
     EXPECT_EQ(UsageOf({L"tables", L"db", L"--max-rows", L"3"}).first, L"--max-rows applies to query only");
     EXPECT_EQ(UsageOf({L"columns", L"db", L"t", L"--type", L"TABLE"}).first, L"--type applies to tables only");
     EXPECT_EQ(UsageOf({L"query", L"db", L"x", L"--xml", L"--max-rows", L"3"}).first,
               L"--max-rows does not apply to --xml: the server's document holds every row");
+}
+
+TEST(ZelDbArguments, JsonAndServerTextApplyToQuery) {
+    const Invocation json = Parse({L"query", L"db", L"x", L"--json"});
+    EXPECT_EQ(json.format, OutputFormat::Json);
+    EXPECT_FALSE(json.serverText);
+    const Invocation texts = Parse({L"query", L"db", L"x", L"--server-text", L"--csv"});
+    EXPECT_EQ(texts.format, OutputFormat::Csv);
+    EXPECT_TRUE(texts.serverText);
+    EXPECT_EQ(UsageOf({L"query", L"db", L"x", L"--json", L"--csv"}).first, L"--csv, --json and --xml cannot be combined");
+    EXPECT_EQ(UsageOf({L"exec", L"db", L"x", L"--server-text"}).first,
+              L"--csv, --json, --xml and --server-text apply to query only");
+    EXPECT_EQ(UsageOf({L"query", L"db", L"x", L"--xml", L"--server-text"}).first,
+              L"--server-text does not apply to --xml: the document holds the server's texts");
 }
 
 TEST(ZelDbArguments, MaxRowsNeedsANumber) {
@@ -130,7 +144,7 @@ TEST(ZelDbArguments, VersionTextIsTheProductVersion) {
 
 TEST(ZelDbArguments, HelpTextsShowSynopsisAndConnectionRule) {
     const std::wstring query = HelpText(L"query");
-    EXPECT_EQ(query.rfind(L"usage: zeldb query CONN SQL [--csv | --xml] [--max-rows N]\n", 0), 0u);
+    EXPECT_EQ(query.rfind(L"usage: zeldb query CONN SQL [--csv | --json | --xml] [--server-text] [--max-rows N]\n", 0), 0u);
     EXPECT_NE(query.find(L"CONN is a database file"), std::wstring::npos);
     EXPECT_EQ(HelpText(L"formats").find(L"CONN is"), std::wstring::npos);
     const std::wstring tabledef = HelpText(L"tabledef");

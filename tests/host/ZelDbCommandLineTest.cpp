@@ -24,7 +24,7 @@ TEST(ZelDbCommandLine, HelpPrintsTheCommandListAndExitsZero) {
     EXPECT_EQ(commands, (std::vector<std::wstring>{
                             L"  formats",
                             L"  create FILE",
-                            L"  query CONN SQL [--csv | --xml] [--max-rows N]",
+                            L"  query CONN SQL [--csv | --json | --xml] [--server-text] [--max-rows N]",
                             L"  exec CONN SQL",
                             L"  tables CONN [--type T]",
                             L"  columns CONN TABLE",
@@ -81,7 +81,7 @@ TEST(ZelDbCommandLine, EverySubcommandHasHelp) {
     const std::vector<std::pair<std::vector<std::wstring>, std::wstring>> cases = {
         {{L"formats", L"--help"}, L"usage: zeldb formats"},
         {{L"create", L"--help"}, L"usage: zeldb create FILE"},
-        {{L"query", L"-h"}, L"usage: zeldb query CONN SQL [--csv | --xml] [--max-rows N]"},
+        {{L"query", L"-h"}, L"usage: zeldb query CONN SQL [--csv | --json | --xml] [--server-text] [--max-rows N]"},
         {{L"exec", L"--help"}, L"usage: zeldb exec CONN SQL"},
         {{L"tables", L"--help"}, L"usage: zeldb tables CONN [--type T]"},
         {{L"columns", L"--help"}, L"usage: zeldb columns CONN TABLE"},
@@ -105,11 +105,16 @@ TEST(ZelDbCommandLine, EverySubcommandHasHelp) {
 TEST(ZelDbCommandLine, QueryHelpExplainsFormatsAndTheConnectionArgument) {
     const ProcessResult r = RunZelDb({L"query", L"--help"});
     EXPECT_EQ(r.out,
-              L"usage: zeldb query CONN SQL [--csv | --xml] [--max-rows N]\n"
+              L"usage: zeldb query CONN SQL [--csv | --json | --xml] [--server-text] [--max-rows N]\n"
               L"\n"
-              L"Runs a statement and prints its rows: an aligned table by default, CSV with --csv, or\n"
-              L"the server's query-result document with --xml. --max-rows N stops after N rows (table\n"
-              L"and CSV). NULL prints as an empty cell; binary and long values as <blob N bytes>.\n"
+              L"Runs a statement and prints its rows: an aligned table by default, CSV with --csv, one\n"
+              L"JSON array of objects with --json, or the server's query-result document with --xml.\n"
+              L"Rows arrive in batches and print exactly: reals as the shortest text that reads back as\n"
+              L"the same number, booleans as 1/0 (true/false in JSON), dates as 2020-01-02 02:11:59\n"
+              L"(with a fraction of a second when there is one), decimals and currency digit for digit.\n"
+              L"--server-text prints the server's own field texts instead, row by row. --max-rows N\n"
+              L"stops after N rows (table, CSV and JSON). NULL prints as an empty cell (null in JSON);\n"
+              L"binary values as <blob N bytes>.\n"
               L"\n"
               L"CONN is a database file (opened with the embedded ZelLite provider) or a full OLE DB\n"
               L"initialization string such as \"Provider=ZelLite.OLEDB.1;Data Source=C:\\data\\parts.db\".\n");
@@ -123,7 +128,7 @@ TEST(ZelDbCommandLine, UsageErrorsExitTwoWithTheCommandsUsageOnStandardError) {
     ASSERT_GE(lines.size(), 3u);
     EXPECT_EQ(lines[0], L"zeldb: too few arguments for query");
     EXPECT_EQ(lines[1], L"");
-    EXPECT_EQ(lines[2], L"usage: zeldb query CONN SQL [--csv | --xml] [--max-rows N]");
+    EXPECT_EQ(lines[2], L"usage: zeldb query CONN SQL [--csv | --json | --xml] [--server-text] [--max-rows N]");
 }
 
 TEST(ZelDbCommandLine, UnknownCommandsAndOptionsAreUsageErrors) {

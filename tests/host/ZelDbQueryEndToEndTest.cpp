@@ -148,16 +148,29 @@ TEST_F(ZelDbQueryTest, NullsAndBlobsOfEveryKind) {
     ZelDbOk({L"exec", db,
              L"INSERT INTO Kinds VALUES (1, 2.5, 'abc', X'00112233445566778899AABBCCDDEEFF', 'memo', X'CAFE'), "
              L"(NULL, NULL, NULL, NULL, NULL, NULL), (0, 0, '', X'01', '', X'')"});
-    // Short binary (kept in the row), long text and long binary (read as streams) are all
-    // blobs to the server; a long text's size is its UTF-16 byte count.
+    // Binary values show their size; a long text (M) is text like any other.
     EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT * FROM Kinds"}),
+              L" I |  R  |  S  |        B        |  M   |       L\n"
+              L"---+-----+-----+-----------------+------+----------------\n"
+              L" 1 | 2.5 | abc | <blob 16 bytes> | memo | <blob 2 bytes>\n"
+              L"   |     |     |                 |      |\n"
+              L" 0 | 0   |     | <blob 1 bytes>  |      | <blob 0 bytes>\n"
+              L"(3 rows)\n");
+    EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT * FROM Kinds", L"--csv"}),
+              L"I,R,S,B,M,L\n"
+              L"1,2.5,abc,<blob 16 bytes>,memo,<blob 2 bytes>\n"
+              L",,,,,\n"
+              L"0,0,\"\",<blob 1 bytes>,\"\",<blob 0 bytes>\n");
+    // With the server's texts, short binary (kept in the row), long text and long binary
+    // (read as streams) are all blobs; a long text's size is its UTF-16 byte count.
+    EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT * FROM Kinds", L"--server-text"}),
               L" I |  R  |  S  |        B        |       M        |       L\n"
               L"---+-----+-----+-----------------+----------------+----------------\n"
               L" 1 | 2.5 | abc | <blob 16 bytes> | <blob 8 bytes> | <blob 2 bytes>\n"
               L"   |     |     |                 |                |\n"
               L" 0 | 0   |     | <blob 1 bytes>  | <blob 0 bytes> | <blob 0 bytes>\n"
               L"(3 rows)\n");
-    EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT * FROM Kinds", L"--csv"}),
+    EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT * FROM Kinds", L"--csv", L"--server-text"}),
               L"I,R,S,B,M,L\n"
               L"1,2.5,abc,<blob 16 bytes>,<blob 8 bytes>,<blob 2 bytes>\n"
               L",,,,,\n"
@@ -168,6 +181,62 @@ TEST_F(ZelDbQueryTest, NullsAndBlobsOfEveryKind) {
                        L"\t\t<Rowset C1=\"0\" C2=\"0\" C3=\"\"/>\r\n"),
               std::wstring::npos)
         << ToUtf8(xml);
+}
+
+TEST_F(ZelDbQueryTest, ValuesPrintExactlyWhileServerTextKeepsTheServersTexts) {
+    const std::wstring db = EmptyDatabase(L"exact.db");
+    ZelDbOk({L"exec", db,
+             L"CREATE TABLE Exact (R DOUBLE, F REAL, B BIT, D DATETIME, C CURRENCY, M DECIMAL(12,4), Big BIGINT)"});
+    ZelDbOk({L"exec", db,
+             L"INSERT INTO Exact VALUES (1.3928571428571428, 0.1, 1, '2020-01-02 02:11:59', 12.3456, -1234.5670, "
+             L"5000000000), (1e300, -2.5, 0, '2020-01-02 02:11:59.25', -0.0001, 0.0001, -1)"});
+    EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT * FROM Exact", L"--csv"}),
+              L"R,F,B,D,C,M,Big\n"
+              L"1.3928571428571428,0.1,1,2020-01-02 02:11:59,12.3456,-1234.5670,5000000000\n"
+              L"1e+300,-2.5,0,2020-01-02 02:11:59.25,-0.0001,0.0001,-1\n");
+    // The server's own texts: R8 through "%lg", BOOL through "%f", BIGINT's low half.
+    const std::vector<std::wstring> texts =
+        Lines(ZelDbOk({L"query", db, L"SELECT R, B, Big FROM Exact", L"--csv", L"--server-text"}));
+    ASSERT_EQ(texts.size(), 3u);
+    EXPECT_EQ(texts[1], L"1.39286,0.000000,705032704");
+}
+
+TEST_F(ZelDbQueryTest, JsonIsOneArrayOfObjectsWithTypedValues) {
+    const std::wstring db = EmptyDatabase(L"json.db");
+    ZelDbOk({L"exec", db, L"CREATE TABLE J (Id INTEGER, Name VARCHAR(20), Price DOUBLE, Ok BIT, Pic BLOB)"});
+    ZelDbOk({L"exec", db,
+             L"INSERT INTO J VALUES (1, 'Bolt \"M6\"', 0.25, 1, X'0102'), (2, NULL, NULL, 0, NULL), "
+             L"(3, 'Gr\u00fc\u00dfe\\', 1e-7, 1, NULL)"});
+    EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT * FROM J ORDER BY Id", L"--json"}),
+              L"[\n"
+              L"{\"Id\":1,\"Name\":\"Bolt \\\"M6\\\"\",\"Price\":0.25,\"Ok\":true,\"Pic\":\"<blob 2 bytes>\"},\n"
+              L"{\"Id\":2,\"Name\":null,\"Price\":null,\"Ok\":false,\"Pic\":null},\n"
+              L"{\"Id\":3,\"Name\":\"Gr\u00fc\u00dfe\\\\\",\"Price\":1e-07,\"Ok\":true,\"Pic\":null}\n"
+              L"]\n");
+    EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT Id FROM J WHERE Id > 9", L"--json"}), L"[]\n");
+    EXPECT_EQ(ZelDbOk({L"query", db, L"SELECT Id FROM J ORDER BY Id", L"--json", L"--max-rows", L"1"}),
+              L"[\n{\"Id\":1}\n]\n");
+}
+
+TEST_F(ZelDbQueryTest, ResultsLongerThanABatchArriveWhole) {
+    const std::wstring db = EmptyDatabase(L"batches.db");
+    ZelDbOk({L"exec", db, L"CREATE TABLE N (N INTEGER)"});
+    ZelDbOk({L"exec", db,
+             L"WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c WHERE x < 2500) INSERT INTO N SELECT x FROM c"});
+    const std::vector<std::wstring> lines = Lines(ZelDbOk({L"query", db, L"SELECT N FROM N ORDER BY N", L"--csv"}));
+    ASSERT_EQ(lines.size(), 2501u);
+    for (int n = 1; n <= 2500; ++n) {
+        if (lines[static_cast<size_t>(n)] != std::to_wstring(n)) {
+            ADD_FAILURE() << "row " << n << ": " << ToUtf8(lines[static_cast<size_t>(n)]);
+            break;
+        }
+    }
+    // Exactly a batch, and a limit on a batch's edge.
+    EXPECT_EQ(Lines(ZelDbOk({L"query", db, L"SELECT N FROM N WHERE N <= 1000", L"--csv"})).size(), 1001u);
+    const std::vector<std::wstring> limited =
+        Lines(ZelDbOk({L"query", db, L"SELECT N FROM N ORDER BY N", L"--csv", L"--max-rows", L"1000"}));
+    ASSERT_EQ(limited.size(), 1001u);
+    EXPECT_EQ(limited.back(), L"1000");
 }
 
 TEST_F(ZelDbQueryTest, TenThousandRowsArriveInOrderWithoutProgressOnAPipe) {

@@ -246,6 +246,52 @@ TEST_F(TypeLibTest, CoclassesCarryTheirClassIds) {
     ASSERT_EQ(S_OK, m_lib->GetTypeInfoOfGuid(CLSID_ZelOleDbHelperImpl, helperInfo.put()));
 }
 
+TEST_F(TypeLibTest, RowsInterfaceHasItsThreeMethodsAndIsPartOfTheServiceClass) {
+    const IID rows = {0x9D71CAC7, 0xD8E1, 0x4AB5, {0xA3, 0xD5, 0xE0, 0x46, 0xEE, 0x6A, 0x39, 0x22}};
+    EXPECT_TRUE(IsEqualGUID(rows, IID_IZelOleDbRows));
+    auto info = InterfaceInfo(IID_IZelOleDbRows);
+    TYPEATTR* attr = nullptr;
+    ASSERT_EQ(S_OK, info->GetTypeAttr(&attr));
+    EXPECT_EQ(TKIND_INTERFACE, attr->typekind);
+    EXPECT_EQ(3, attr->cFuncs);
+    EXPECT_EQ(10u * LibraryPointerSize(), attr->cbSizeVft);
+    EXPECT_TRUE(attr->wTypeFlags & TYPEFLAG_FDUAL);
+    info->ReleaseTypeAttr(attr);
+    const wchar_t* names[] = {L"RowsExecute", L"RowsFetch", L"RowsGetColumns"};
+    const SHORT params[] = {6, 3, 2};
+    for (int i = 0; i < 3; ++i) {
+        FUNCDESC* func = nullptr;
+        ASSERT_EQ(S_OK, info->GetFuncDesc(i, &func));
+        EXPECT_EQ(i + 1, func->memid);
+        EXPECT_EQ(names[i], FunctionName(info.get(), func->memid));
+        EXPECT_EQ((7 + i) * static_cast<int>(sizeof(void*)), func->oVft);
+        ASSERT_EQ(params[i], func->cParams);
+        // The rows are the return value: a VARIANT.
+        const ELEMDESC& last = func->lprgelemdescParam[func->cParams - 1];
+        EXPECT_TRUE(last.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) << i;
+        EXPECT_EQ(VT_PTR, last.tdesc.vt);
+        EXPECT_EQ(VT_VARIANT, last.tdesc.lptdesc->vt);
+        info->ReleaseFuncDesc(func);
+    }
+    // The service class lists the batch interface beside its default IZelOleDb.
+    ComPtr<ITypeInfo> coclass;
+    ASSERT_EQ(S_OK, m_lib->GetTypeInfoOfGuid(CLSID_ZelOleDbImpl, coclass.put()));
+    ASSERT_EQ(S_OK, coclass->GetTypeAttr(&attr));
+    EXPECT_EQ(2, attr->cImplTypes);
+    coclass->ReleaseTypeAttr(attr);
+    bool listed = false;
+    for (UINT i = 0; i < 2; ++i) {
+        HREFTYPE ref = 0;
+        ASSERT_EQ(S_OK, coclass->GetRefTypeOfImplType(i, &ref));
+        ComPtr<ITypeInfo> implemented;
+        ASSERT_EQ(S_OK, coclass->GetRefTypeInfo(ref, implemented.put()));
+        ASSERT_EQ(S_OK, implemented->GetTypeAttr(&attr));
+        if (IsEqualGUID(attr->guid, IID_IZelOleDbRows)) listed = true;
+        implemented->ReleaseTypeAttr(attr);
+    }
+    EXPECT_TRUE(listed);
+}
+
 TEST_F(TypeLibTest, InterfaceIdsAreThePublishedOnes) {
     const IID service = {0x380BE416, 0x9310, 0x4502, {0x8B, 0x6A, 0x49, 0x3B, 0x8D, 0x9D, 0xF2, 0x8F}};
     const IID helper = {0x75EA80C3, 0x5F61, 0x46C3, {0x82, 0x82, 0x56, 0x4C, 0x6F, 0xEE, 0xCC, 0xCC}};
