@@ -1,6 +1,6 @@
 // ZelLite's row cache on its own: every value kind comes back as it was read after the compact
 // encoding, rows read in either direction and again, changed and appended rows.
-#include "provider/RowCache.h"
+#include "provider/rows/RowCache.h"
 
 #include <gtest/gtest.h>
 
