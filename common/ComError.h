@@ -4,8 +4,8 @@
 //
 // A ComError remembers where it was raised (source file, line, and the failing expression
 // when a check macro raised it). With the error trace on, each raise and each conversion at
-// a boundary is written with OutputDebugStringW, which Wine shows on its debugstr channel
-// (WINEDEBUG=+debugstr). The trace is off unless ZEL_ERROR_TRACE is set to a value other
+// a boundary is written with OutputDebugStringW, which Wine 8.0 shows as a warning of its seh
+// channel (WINEDEBUG=warn+seh; +debugstr alone shows nothing there). The trace is off unless ZEL_ERROR_TRACE is set to a value other
 // than 0 in the environment (read once per module) or ErrorTrace::Enable turns it on; while
 // it is off nothing is formatted.
 #pragma once
