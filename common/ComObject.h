@@ -4,10 +4,15 @@
 //
 // Hooks a Derived class may declare (found through the CRTP cast, so a declaration in
 // Derived hides the default here):
-//   void* QueryExtra(REFIID riid)      further IIDs (base interfaces, tear-offs); nullptr if none
+//   HRESULT QueryExtra(REFIID riid, void** found)   further IIDs (base interfaces, tear-offs):
+//                                      S_OK with *found set (no reference added: QueryInterface
+//                                      adds it), E_NOINTERFACE when not answered, or the failure
+//                                      QueryInterface returns (E_OUTOFMEMORY when a tear-off
+//                                      cannot be made)
 //   HRESULT NonDelegatingQueryInterface(REFIID, void**)   to refuse listed interfaces at run time
 //   ULONG NonDelegatingAddRef()        reference counting (default: interlocked)
-//   ULONG NonDelegatingRelease()
+//   ULONG NonDelegatingRelease()       (an override ends with ReleaseFinish, which keeps the
+//                                      final-release guard)
 //   static constexpr bool kModuleLock  whether a live object keeps the module loaded (default true)
 #pragma once
 
@@ -85,9 +90,9 @@ public:
         void* found = nullptr;
         if (riid == IID_IUnknown) {
             found = static_cast<IUnknown*>(&m_inner);
-        } else {
-            (TryInterface<Interfaces>(riid, found) || ...);
-            if (!found) found = static_cast<Derived*>(this)->QueryExtra(riid);
+        } else if (!(TryInterface<Interfaces>(riid, found) || ...)) {
+            const HRESULT hr = static_cast<Derived*>(this)->QueryExtra(riid, &found);
+            if (FAILED(hr)) return hr;
         }
         if (!found) return E_NOINTERFACE;
         static_cast<IUnknown*>(found)->AddRef();
@@ -95,11 +100,11 @@ public:
         return S_OK;
     }
     ULONG NonDelegatingAddRef() noexcept { return static_cast<ULONG>(InterlockedIncrement(&m_refs)); }
-    ULONG NonDelegatingRelease() noexcept {
-        LONG refs = InterlockedDecrement(&m_refs);
-        if (refs == 0) delete static_cast<Derived*>(this);
-        return static_cast<ULONG>(refs);
-    }
+    ULONG NonDelegatingRelease() noexcept { return ReleaseFinish(InterlockedDecrement(&m_refs)); }
+
+    // The count during final release: clean-up code that AddRefs and Releases the object can
+    // never bring it back to zero a second time.
+    static constexpr LONG kFinalReleaseGuard = -1073741823;  // 0xC0000001
 
 protected:
     ComObject() noexcept {
@@ -114,7 +119,17 @@ protected:
     ComObject(const ComObject&) = delete;
     ComObject& operator=(const ComObject&) = delete;
 
-    void* QueryExtra(REFIID) noexcept { return nullptr; }
+    HRESULT QueryExtra(REFIID, void**) noexcept { return E_NOINTERFACE; }
+
+    // The end of a Release: `refs` is the count after the decrement. At zero the count is set
+    // to kFinalReleaseGuard before the object is deleted; the module lock is given back last,
+    // by ~ComObject, after the derived destructor has finished.
+    ULONG ReleaseFinish(LONG refs) noexcept {
+        if (refs != 0) return static_cast<ULONG>(refs);
+        m_refs = kFinalReleaseGuard;
+        delete static_cast<Derived*>(this);
+        return 0;
+    }
 
     // The identity clients see: the outer unknown when aggregated.
     IUnknown* ControllingUnknown() const noexcept { return m_controlling; }

@@ -10,9 +10,10 @@
 
 namespace zel {
 
-void* ZelOleDbHelperImpl::QueryExtra(REFIID riid) noexcept {
-    if (riid == IID_IDispatch) return static_cast<IZelOleDbHelper*>(this);
-    return nullptr;
+HRESULT ZelOleDbHelperImpl::QueryExtra(REFIID riid, void** found) noexcept {
+    if (riid != IID_IDispatch) return E_NOINTERFACE;
+    *found = static_cast<IZelOleDbHelper*>(this);
+    return S_OK;
 }
 
 STDMETHODIMP ZelOleDbHelperImpl::GetTypeInfoCount(UINT* count) {

@@ -16,7 +16,7 @@ namespace zel {
 class ZelOleDbHelperImpl final : public ComObject<ZelOleDbHelperImpl, IZelOleDbHelper, IProvideClassInfo> {
 public:
     // IDispatch is the dual interface's base: it yields IZelOleDbHelper.
-    void* QueryExtra(REFIID riid) noexcept;
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
 
     // IDispatch
     // E_POINTER for a null pointer; otherwise S_OK with 1 when the type information of

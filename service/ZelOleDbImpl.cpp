@@ -18,24 +18,22 @@ ZelOleDbImpl::~ZelOleDbImpl() {
     m_commands.clear();
 }
 
-void* ZelOleDbImpl::QueryExtra(REFIID riid) noexcept {
-    if (riid == IID_IDispatch) return static_cast<IZelOleDb*>(this);
-    if (riid == IID_IZelOleDbRows) return static_cast<IZelOleDbRows*>(&m_rows);
-    return nullptr;
+HRESULT ZelOleDbImpl::QueryExtra(REFIID riid, void** found) noexcept {
+    if (riid == IID_IDispatch)
+        *found = static_cast<IZelOleDb*>(this);
+    else if (riid == IID_IZelOleDbRows)
+        *found = static_cast<IZelOleDbRows*>(&m_rows);
+    else
+        return E_NOINTERFACE;
+    return S_OK;
 }
 
 ULONG ZelOleDbImpl::NonDelegatingAddRef() noexcept { return static_cast<ULONG>(++m_refs); }
 
 ULONG ZelOleDbImpl::NonDelegatingRelease() noexcept {
-    LONG refs = --m_refs;
-    if (refs == 0) {
-        m_refs = kFinalReleaseGuard;
-        // The module stays locked until the destructor has finished (ComObject releases its
-        // lock last), so the server cannot shut down half-way through the clean-up.
-        delete this;
-        return 0;
-    }
-    return static_cast<ULONG>(refs);
+    // The module stays locked until the destructor has finished (ComObject releases its lock
+    // last), so the server cannot shut down half-way through the clean-up.
+    return ReleaseFinish(--m_refs);
 }
 
 STDMETHODIMP ZelOleDbImpl::GetTypeInfoCount(UINT* count) {

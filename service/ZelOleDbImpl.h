@@ -26,16 +26,13 @@ namespace zel {
 
 class ZelOleDbImpl final : public ComObject<ZelOleDbImpl, IZelOleDb, IProvideClassInfo> {
 public:
-    // The count at final release: clean-up code that AddRefs and Releases this object can
-    // never bring it back to zero a second time.
-    static constexpr LONG kFinalReleaseGuard = -1073741823;  // 0xC0000001
-
     ZelOleDbImpl() = default;
     ~ZelOleDbImpl() override;
 
     // IDispatch answers for the main interface; IZelOleDbRows is the batch part m_rows.
-    void* QueryExtra(REFIID riid) noexcept;
-    // A plain count: the object lives in a single-threaded apartment.
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
+    // A plain count: the object lives in a single-threaded apartment. The final release
+    // keeps ComObject's guard (the count is kFinalReleaseGuard while the object is destroyed).
     ULONG NonDelegatingAddRef() noexcept;
     ULONG NonDelegatingRelease() noexcept;
 

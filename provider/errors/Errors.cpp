@@ -76,19 +76,20 @@ HRESULT ClearErrorAndReturn(HRESULT hr) noexcept {
     return hr;
 }
 
-HRESULT FailOrReturn(HRESULT hr) {
-    if (FAILED(hr)) Fail(hr);
+HRESULT FailOrReturn(HRESULT hr, const std::source_location& where) {
+    if (FAILED(hr)) Fail(hr, where);
     return ClearErrorAndReturn(hr);
 }
 
-void Fail(HRESULT hr, std::wstring_view description, std::wstring_view sqlState, LONG nativeError) {
+void Fail(HRESULT hr, std::wstring_view description, std::wstring_view sqlState, LONG nativeError,
+          const std::source_location& where) {
     PublishError(hr, description, sqlState, nativeError);
-    ThrowHr(hr);
+    ThrowHr(hr, where);
 }
 
-void Fail(HRESULT hr) { Fail(hr, DescribeResult(hr)); }
+void Fail(HRESULT hr, const std::source_location& where) { Fail(hr, DescribeResult(hr), {}, 0, where); }
 
-void FailSqlite(sqlite3* db, int rc, std::wstring_view statement) {
+void FailSqlite(sqlite3* db, int rc, std::wstring_view statement, const std::source_location& where) {
     int extended = db ? sqlite3_extended_errcode(db) : rc;
     if ((extended & 0xFF) != (rc & 0xFF)) extended = rc;
     std::string message = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
@@ -100,7 +101,7 @@ void FailSqlite(sqlite3* db, int rc, std::wstring_view statement) {
         description += L"\nStatement: ";
         description += statement;
     }
-    Fail(failure.hr, description, failure.sqlState, extended);
+    Fail(failure.hr, description, failure.sqlState, extended, where);
 }
 
 std::wstring DescribeResult(HRESULT hr) {

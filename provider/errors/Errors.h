@@ -8,6 +8,7 @@
 
 #include <sqlite3.h>
 
+#include <source_location>
 #include <string>
 #include <string_view>
 
@@ -22,14 +23,16 @@ struct SqliteFailure {
 // the message SQLite gave with it.
 SqliteFailure ClassifySqliteError(int extendedCode, std::string_view message) noexcept;
 
-// Publishes an error object with one record and throws ComError(hr).
+// Publishes an error object with one record and throws ComError(hr). Each of these records
+// its caller's file and line in the ComError (`where`, left to its default).
 [[noreturn]] void Fail(HRESULT hr, std::wstring_view description, std::wstring_view sqlState = {},
-                       LONG nativeError = 0);
+                       LONG nativeError = 0, const std::source_location& where = std::source_location::current());
 // As above with the standard description of `hr`.
-[[noreturn]] void Fail(HRESULT hr);
+[[noreturn]] void Fail(HRESULT hr, const std::source_location& where = std::source_location::current());
 // Fails with SQLite's last error on `db` (whose mutex the caller holds); the description is
 // SQLite's message followed by the statement when one is given.
-[[noreturn]] void FailSqlite(sqlite3* db, int rc, std::wstring_view statement = {});
+[[noreturn]] void FailSqlite(sqlite3* db, int rc, std::wstring_view statement = {},
+                             const std::source_location& where = std::source_location::current());
 
 // Publishes without throwing (for methods that return a failure code directly).
 void PublishError(HRESULT hr, std::wstring_view description, std::wstring_view sqlState = {},
@@ -39,7 +42,7 @@ void PublishError(HRESULT hr, std::wstring_view description, std::wstring_view s
 HRESULT ClearErrorAndReturn(HRESULT hr) noexcept;
 // The end of a method that passes on another operation's result: a failure code fails with
 // its standard description; S_OK or a warning is returned with no error object left behind.
-HRESULT FailOrReturn(HRESULT hr);
+HRESULT FailOrReturn(HRESULT hr, const std::source_location& where = std::source_location::current());
 
 // A readable description of an OLE DB or COM result code.
 std::wstring DescribeResult(HRESULT hr);

@@ -40,9 +40,10 @@ Command::Command(ComPtr<Session> session) : m_session(std::move(session)), m_pro
 
 std::shared_ptr<void> Command::OpenToken() { return m_openRowsets; }
 
-void* Command::QueryExtra(REFIID riid) noexcept {
-    if (riid == IID_ICommand) return static_cast<ICommand*>(static_cast<ICommandText*>(this));
-    return nullptr;
+HRESULT Command::QueryExtra(REFIID riid, void** found) noexcept {
+    if (riid != IID_ICommand) return E_NOINTERFACE;
+    *found = static_cast<ICommand*>(static_cast<ICommandText*>(this));
+    return S_OK;
 }
 
 STDMETHODIMP Command::Cancel() {

@@ -25,7 +25,7 @@ class Command final : public ComObject<Command, ICommandText, ICommandProperties
 public:
     explicit Command(ComPtr<Session> session);
 
-    void* QueryExtra(REFIID riid) noexcept;
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
 
     // ICommand. Execute: DB_E_NOCOMMAND without text, DB_E_ERRORSINCOMMAND (and SQLSTATE
     // 42000) for bad SQL, DB_E_NOTABLE for a missing table, DB_E_INTEGRITYVIOLATION for a

@@ -68,22 +68,22 @@ Rowset::Rowset(std::shared_ptr<Database> database, std::unique_ptr<RowSource> so
 
 Rowset::~Rowset() = default;
 
-void* Rowset::QueryExtra(REFIID riid) noexcept {
-    if (riid != IID_IRowsetChange || !m_changeable) return nullptr;
+HRESULT Rowset::QueryExtra(REFIID riid, void** found) noexcept {
+    if (riid != IID_IRowsetChange || !m_changeable) return E_NOINTERFACE;
     try {
         std::lock_guard guard(m_lock);
         if (!m_change)
             ZEL_THROW_IF_FAILED(
                 RowsetChange::CreateInstance(ControllingUnknown(), IID_IUnknown, m_change.put_void(), this));
         void* change = nullptr;
-        if (FAILED(m_change->QueryInterface(IID_IRowsetChange, &change))) return nullptr;
+        ZEL_THROW_IF_FAILED(m_change->QueryInterface(IID_IRowsetChange, &change));
         // The inner object's interface came back with a reference on this rowset (its outer
         // object); the caller adds its own, so this one is given back.
         static_cast<IUnknown*>(change)->Release();
-        return change;
-    } catch (...) {
-        return nullptr;
+        *found = change;
+        return S_OK;
     }
+    ZEL_CATCH_RETURN()
 }
 
 const ColumnDesc* Rowset::ColumnAt(DBORDINAL ordinal) const noexcept {

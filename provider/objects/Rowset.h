@@ -31,7 +31,7 @@ public:
            ComPtr<IUnknown> creator, std::shared_ptr<void> openToken = nullptr);
     ~Rowset() override;
 
-    void* QueryExtra(REFIID riid) noexcept;
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
 
     // IRowset. Row handles stay valid until released; rows stay readable after release and are
     // fetched again with the same handle value. GetNextRows returns DB_S_ENDOFROWSET when fewer

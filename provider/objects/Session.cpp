@@ -34,10 +34,14 @@ Session::~Session() {
     m_dataSource->SessionClosed();
 }
 
-void* Session::QueryExtra(REFIID riid) noexcept {
-    if (riid == IID_ITransaction) return static_cast<ITransaction*>(static_cast<ITransactionLocal*>(this));
-    if (riid == IID_ITableDefinition) return static_cast<ITableDefinition*>(static_cast<ITableCreation*>(this));
-    return nullptr;
+HRESULT Session::QueryExtra(REFIID riid, void** found) noexcept {
+    if (riid == IID_ITransaction)
+        *found = static_cast<ITransaction*>(static_cast<ITransactionLocal*>(this));
+    else if (riid == IID_ITableDefinition)
+        *found = static_cast<ITableDefinition*>(static_cast<ITableCreation*>(this));
+    else
+        return E_NOINTERFACE;
+    return S_OK;
 }
 
 STDMETHODIMP Session::GetDataSource(REFIID riid, IUnknown** dataSource) {

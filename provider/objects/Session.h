@@ -24,7 +24,7 @@ public:
     Session(ComPtr<DataSource> dataSource, std::shared_ptr<Database> database);
     ~Session() override;
 
-    void* QueryExtra(REFIID riid) noexcept;
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
     IUnknown* Identity() noexcept { return ControllingUnknown(); }
     const std::shared_ptr<Database>& database() const noexcept { return m_database; }
 

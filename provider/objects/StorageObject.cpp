@@ -9,9 +9,10 @@ HRESULT StorageObject::MakeAs(std::shared_ptr<const Bytes> data, REFIID iid, voi
     return Make(std::move(data))->QueryInterface(iid, object);
 }
 
-void* StorageObject::QueryExtra(REFIID riid) noexcept {
-    if (riid == IID_ISequentialStream) return static_cast<ISequentialStream*>(static_cast<IStream*>(this));
-    return nullptr;
+HRESULT StorageObject::QueryExtra(REFIID riid, void** found) noexcept {
+    if (riid != IID_ISequentialStream) return E_NOINTERFACE;
+    *found = static_cast<ISequentialStream*>(static_cast<IStream*>(this));
+    return S_OK;
 }
 
 STDMETHODIMP StorageObject::Read(void* buffer, ULONG count, ULONG* read) {

@@ -22,7 +22,7 @@ public:
     // A new stream over `data`, queried for `iid` into `object` (a StorageMaker for bindings).
     static HRESULT MakeAs(std::shared_ptr<const Bytes> data, REFIID iid, void** object);
 
-    void* QueryExtra(REFIID riid) noexcept;
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
 
     // ISequentialStream
     STDMETHODIMP Read(void* buffer, ULONG count, ULONG* read) override;

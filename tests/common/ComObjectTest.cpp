@@ -36,16 +36,15 @@ public:
         HRESULT hr = Sample::CreateInstance(InnerUnknown(), IID_IUnknown, m_inner.put_void());
         EXPECT_EQ(S_OK, hr);
     }
-    void* QueryExtra(REFIID riid) noexcept {
-        if (riid == IID_IErrorInfo) {
-            void* p = nullptr;
-            // The inner object's interface comes back with a reference on this object.
-            if (SUCCEEDED(m_inner->QueryInterface(riid, &p))) {
-                static_cast<IUnknown*>(p)->Release();
-                return p;
-            }
-        }
-        return nullptr;
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept {
+        if (riid != IID_IErrorInfo) return E_NOINTERFACE;
+        void* p = nullptr;
+        // The inner object's interface comes back with a reference on this object.
+        const HRESULT hr = m_inner->QueryInterface(riid, &p);
+        if (FAILED(hr)) return hr;
+        static_cast<IUnknown*>(p)->Release();
+        *found = p;
+        return S_OK;
     }
     STDMETHODIMP GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
     STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
@@ -146,4 +145,62 @@ TEST(ComObject, ClassFactoryCreatesAndCountsServerLocks) {
     ComPtr<IErrorInfo> info;
     EXPECT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IErrorInfo, info.put_void()));
     EXPECT_TRUE(info);
+}
+
+namespace {
+
+// An object whose tear-off for IDispatch cannot be made: its QueryExtra fails.
+class NoMemoryTearOff final : public zel::ComObject<NoMemoryTearOff, ISupportErrorInfo> {
+public:
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept {
+        if (riid != IID_IDispatch) return E_NOINTERFACE;
+        *found = nullptr;
+        return E_OUTOFMEMORY;
+    }
+    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID) override { return S_OK; }
+};
+
+LONG g_countInDestructor = 0;
+ULONG g_releaseInDestructor = 99;
+int g_guardedDestroyed = 0;
+
+// An object whose destructor takes and gives back a reference on itself, as clean-up code
+// that hands the object to a helper does.
+class ReleasedInDestructor final : public zel::ComObject<ReleasedInDestructor, ISupportErrorInfo> {
+public:
+    ~ReleasedInDestructor() override {
+        ++g_guardedDestroyed;
+        AddRef();
+        g_countInDestructor = m_refs;
+        g_releaseInDestructor = Release();
+    }
+    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID) override { return S_OK; }
+};
+
+}  // namespace
+
+TEST(ComObject, QueryExtraFailureIsWhatQueryInterfaceReturns) {
+    auto object = NoMemoryTearOff::Make();
+    void* p = reinterpret_cast<void*>(1);
+    EXPECT_EQ(E_OUTOFMEMORY, object->QueryInterface(IID_IDispatch, &p));
+    EXPECT_EQ(nullptr, p);
+    p = reinterpret_cast<void*>(1);
+    EXPECT_EQ(E_NOINTERFACE, object->QueryInterface(IID_IErrorInfo, &p));
+    EXPECT_EQ(nullptr, p);
+}
+
+TEST(ComObject, FinalReleaseGuardKeepsReleasesInTheDestructorFromDestroyingTwice) {
+    g_guardedDestroyed = 0;
+    LONG before = zel::ModuleLifetime::Count();
+    {
+        ComPtr<ISupportErrorInfo> object;
+        ASSERT_EQ(S_OK, ReleasedInDestructor::CreateInstance(nullptr, IID_ISupportErrorInfo, object.put_void()));
+        EXPECT_EQ(before + 1, zel::ModuleLifetime::Count());
+        EXPECT_EQ(0u, object.detach()->Release());
+    }
+    EXPECT_EQ(1, g_guardedDestroyed);
+    EXPECT_EQ(ReleasedInDestructor::kFinalReleaseGuard + 1, g_countInDestructor);
+    EXPECT_EQ(static_cast<ULONG>(ReleasedInDestructor::kFinalReleaseGuard), g_releaseInDestructor);
+    EXPECT_EQ(-1073741823, ReleasedInDestructor::kFinalReleaseGuard);
+    EXPECT_EQ(before, zel::ModuleLifetime::Count());
 }

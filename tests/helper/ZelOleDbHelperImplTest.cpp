@@ -103,13 +103,16 @@ public:
     Outer() {
         EXPECT_EQ(S_OK, HelperImpl::CreateInstance(InnerUnknown(), IID_IUnknown, m_inner.put_void()));
     }
-    void* QueryExtra(REFIID riid) noexcept {
-        if (riid != IID_IZelOleDbHelper && riid != IID_IDispatch && riid != IID_IProvideClassInfo) return nullptr;
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept {
+        if (riid != IID_IZelOleDbHelper && riid != IID_IDispatch && riid != IID_IProvideClassInfo)
+            return E_NOINTERFACE;
         void* p = nullptr;
         // The inner object's interface comes back with a reference on this (outer) object.
-        if (FAILED(m_inner->QueryInterface(riid, &p))) return nullptr;
+        const HRESULT hr = m_inner->QueryInterface(riid, &p);
+        if (FAILED(hr)) return hr;
         static_cast<IUnknown*>(p)->Release();
-        return p;
+        *found = p;
+        return S_OK;
     }
     STDMETHODIMP GetClassID(CLSID* clsid) override {
         *clsid = GUID_NULL;

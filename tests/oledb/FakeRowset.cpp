@@ -240,7 +240,11 @@ class FakeCommand final : public ComObject<FakeCommand, ICommandText, ICommandPr
 public:
     FakeCommand(std::shared_ptr<FakeResult> result, std::shared_ptr<FakeLog> log)
         : m_result(std::move(result)), m_log(std::move(log)) {}
-    void* QueryExtra(REFIID riid) noexcept { return riid == IID_ICommand ? static_cast<ICommandText*>(this) : nullptr; }
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept {
+        if (riid != IID_ICommand) return E_NOINTERFACE;
+        *found = static_cast<ICommandText*>(this);
+        return S_OK;
+    }
 
     STDMETHODIMP Cancel() override { return E_NOTIMPL; }
     STDMETHODIMP Execute(IUnknown*, REFIID riid, DBPARAMS*, DBROWCOUNT* affected, IUnknown** rowset) override {
@@ -311,8 +315,10 @@ class FakeSession final
 public:
     FakeSession(std::shared_ptr<FakeResult> result, std::shared_ptr<FakeLog> log, std::shared_ptr<FakeCatalog> catalog)
         : m_result(std::move(result)), m_log(std::move(log)), m_catalog(std::move(catalog)) {}
-    void* QueryExtra(REFIID riid) noexcept {
-        return riid == IID_ITableDefinition && m_catalog ? static_cast<ITableCreation*>(this) : nullptr;
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept {
+        if (riid != IID_ITableDefinition || !m_catalog) return E_NOINTERFACE;
+        *found = static_cast<ITableCreation*>(this);
+        return S_OK;
     }
     HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) noexcept {
         // Without a catalog the session offers neither schema rowsets nor table definitions.
