@@ -45,3 +45,10 @@ function(zel_version_resource target description)
   set_source_files_properties("${rc}" PROPERTIES OBJECT_DEPENDS "${CMAKE_BINARY_DIR}/generated/ZelVersion.h")
   target_sources(${target} PRIVATE "${rc}")
 endfunction()
+
+# Source-file properties belong to a directory: each directory whose targets embed the type
+# library's resource script calls this, so that its resources are compiled again whenever the
+# type library changes (the resource compiler does not report the binary file it embeds).
+function(zel_track_typelib_resource)
+  set_source_files_properties("${ZEL_TYPELIB_RC}" PROPERTIES OBJECT_DEPENDS "${CMAKE_BINARY_DIR}/generated/ZelPmDb32.tlb")
+endfunction()
