@@ -154,13 +154,20 @@ bool RowCache::Load(size_t index) {
             m_exhausted = true;
             return false;
         }
-        if (!m_source->Next(m_read)) {
-            m_exhausted = true;
-            return false;
+        // A row the source handed out is not read again: when storing it fails (memory), it
+        // stays pending for the next call instead of being lost.
+        if (!m_readPending) {
+            if (!m_source->Next(m_read)) {
+                m_exhausted = true;
+                return false;
+            }
+            m_readPending = true;
         }
+        m_rows.reserve(m_rows.size() + 1);
         CachedRow row;
         row.encoded = Store(m_read);
         m_rows.push_back(row);
+        m_readPending = false;
     }
     return true;
 }

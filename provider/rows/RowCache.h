@@ -77,6 +77,7 @@ private:
     BYTE* m_free = nullptr;  // next free byte of the last block
     size_t m_room = 0;       // bytes left after m_free
     SourceRow m_read;        // the row being read from the source (its buffers are reused)
+    bool m_readPending = false;  // m_read came from the source but could not be stored yet
     SourceRow m_decoded;     // the row Values decoded last
     size_t m_decodedIndex = SIZE_MAX;
     bool m_exhausted = false;

@@ -70,16 +70,21 @@ bool StatementRowSource::Next(SourceRow& row) {
 bool StatementRowSource::Step(SourceRow& row) {
     if (m_done) return false;
     sqlite3_stmt* s = m_statement.get();
-    int rc = sqlite3_step(s);
-    if (rc == SQLITE_DONE) {
-        m_done = true;
-        sqlite3_reset(s);
-        return false;
-    }
-    if (rc != SQLITE_ROW) {
-        m_done = true;
-        sqlite3_reset(s);
-        FailSqlite(m_database->handle(), rc, m_text);
+    // When reading a row's cells failed (memory), the statement still stands on that row: it is
+    // read again instead of stepping past it.
+    if (!m_onRow) {
+        int rc = sqlite3_step(s);
+        if (rc == SQLITE_DONE) {
+            m_done = true;
+            sqlite3_reset(s);
+            return false;
+        }
+        if (rc != SQLITE_ROW) {
+            m_done = true;
+            sqlite3_reset(s);
+            FailSqlite(m_database->handle(), rc, m_text);
+        }
+        m_onRow = true;
     }
     const int count = sqlite3_column_count(s);
     const int first = m_hiddenRowid ? 1 : 0;
@@ -88,6 +93,7 @@ bool StatementRowSource::Step(SourceRow& row) {
     row.rowid.reset();
     if (m_hiddenRowid && sqlite3_column_type(s, 0) == SQLITE_INTEGER) row.rowid = sqlite3_column_int64(s, 0);
     for (int i = first; i < count; ++i) row.cells.push_back(ColumnCell(s, i));
+    m_onRow = false;
     return true;
 }
 

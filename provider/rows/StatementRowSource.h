@@ -33,6 +33,7 @@ private:
     std::wstring m_text;
     std::optional<SourceRow> m_first;
     bool m_done = false;
+    bool m_onRow = false;  // the statement stands on a row whose cells are not read yet
 };
 
 }  // namespace zel::lite
