@@ -19,7 +19,6 @@
 #include <windows.h>
 #include <objbase.h>
 
-#include <functional>
 #include <new>
 #include <tuple>
 #include <utility>
@@ -170,18 +169,7 @@ template <typename T>
 class ClassFactory final : public ComObject<ClassFactory<T>, IClassFactory> {
 public:
     static constexpr bool kModuleLock = false;
-    using HandOutHook = std::function<void()>;
 
-    ClassFactory() = default;
-    // `onHandOut` runs whenever the factory is asked for IClassFactory, which is how an
-    // activation takes it from its registration.
-    explicit ClassFactory(HandOutHook onHandOut) : m_onHandOut(std::move(onHandOut)) {}
-
-    HRESULT NonDelegatingQueryInterface(REFIID riid, void** ppv) noexcept {
-        const HRESULT hr = ComObject<ClassFactory<T>, IClassFactory>::NonDelegatingQueryInterface(riid, ppv);
-        if (SUCCEEDED(hr) && riid == IID_IClassFactory && m_onHandOut) m_onHandOut();
-        return hr;
-    }
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID riid, void** ppv) override {
         return T::CreateInstance(outer, riid, ppv);
     }
@@ -192,9 +180,6 @@ public:
             ModuleLifetime::Unlock();
         return S_OK;
     }
-
-private:
-    HandOutHook m_onHandOut;
 };
 
 }  // namespace zel

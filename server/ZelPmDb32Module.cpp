@@ -135,10 +135,6 @@ void CKobPmDb32Module::RunMessageLoop() {
             EndIfUnused();
             continue;
         }
-        if (!message.hwnd && message.message == ClassRegistrations::kHandOutMessage) {
-            m_classes.OnHandOut(message.wParam);
-            continue;
-        }
         TranslateMessage(&message);
         DispatchMessageW(&message);
     }
