@@ -9,12 +9,13 @@
 
 #include "common/ComPtr.h"
 #include "tests/provider/ProviderTestSupport.h"
+#include "tests/support/RefusingMallocSpy.h"
 
 namespace zel::test {
 namespace {
 
 // Fails the n-th task-allocator allocation after Arm(n) and counts what it failed.
-class FailingMallocSpy final : public IMallocSpy {
+class FailingMallocSpy {
 public:
     void Arm(ULONG failAt) noexcept {
         m_seen = 0;
@@ -23,43 +24,11 @@ public:
     }
     void Disarm() noexcept { m_failAt = 0; }
     ULONG failed() const noexcept { return m_failed; }
-
-    STDMETHODIMP QueryInterface(REFIID riid, void** object) override {
-        if (!object) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IMallocSpy) {
-            *object = static_cast<IMallocSpy*>(this);
-            return S_OK;
-        }
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    // The spy lives as long as the test program.
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
-
-    STDMETHODIMP_(SIZE_T) PreAlloc(SIZE_T request) override {
-        if (m_failAt && ++m_seen == m_failAt) {
-            ++m_failed;
-            return 0;  // a zero size for a non-zero request makes the allocation fail
-        }
-        return request;
-    }
-    STDMETHODIMP_(void*) PostAlloc(void* actual) override { return actual; }
-    STDMETHODIMP_(void*) PreFree(void* request, BOOL) override { return request; }
-    STDMETHODIMP_(void) PostFree(BOOL) override {}
-    STDMETHODIMP_(SIZE_T) PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL) override {
-        *newRequest = request;
-        return size;
-    }
-    STDMETHODIMP_(void*) PostRealloc(void* actual, BOOL) override { return actual; }
-    STDMETHODIMP_(void*) PreGetSize(void* request, BOOL) override { return request; }
-    STDMETHODIMP_(SIZE_T) PostGetSize(SIZE_T actual, BOOL) override { return actual; }
-    STDMETHODIMP_(void*) PreDidAlloc(void* request, BOOL) override { return request; }
-    STDMETHODIMP_(int) PostDidAlloc(void*, BOOL, int actual) override { return actual; }
-    STDMETHODIMP_(void) PreHeapMinimize() override {}
-    STDMETHODIMP_(void) PostHeapMinimize() override {}
+    IMallocSpy* spy() noexcept { return &m_spy; }
 
 private:
+    static bool Refuse();
+    zel::test::RefusingMallocSpy m_spy{&Refuse};
     ULONG m_seen = 0;
     ULONG m_failAt = 0;
     ULONG m_failed = 0;
@@ -67,9 +36,15 @@ private:
 
 FailingMallocSpy g_spy;
 
+bool FailingMallocSpy::Refuse() {
+    if (!g_spy.m_failAt || ++g_spy.m_seen != g_spy.m_failAt) return false;
+    ++g_spy.m_failed;
+    return true;
+}
+
 class PropertyMemoryTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(S_OK, CoRegisterMallocSpy(&g_spy)); }
+    void SetUp() override { ASSERT_EQ(S_OK, CoRegisterMallocSpy(g_spy.spy())); }
     void TearDown() override {
         g_spy.Disarm();
         CoRevokeMallocSpy();

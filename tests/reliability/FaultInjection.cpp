@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "tests/support/RefusingMallocSpy.h"
+
 namespace zel::test::faults {
 namespace {
 
@@ -160,40 +162,8 @@ bool InstallVfs() {
 
 // ---- COM task memory ----
 
-// Refuses an allocation by asking the allocator for 0 bytes (Wine then returns null).
-class FaultSpy final : public IMallocSpy {
-public:
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-        if (!ppv) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IMallocSpy) {
-            *ppv = static_cast<IMallocSpy*>(this);
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }  // a static object
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
-    STDMETHODIMP_(SIZE_T) PreAlloc(SIZE_T request) override {
-        return request && ShouldFail(Kind::TaskMemory) ? 0 : request;
-    }
-    STDMETHODIMP_(void*) PostAlloc(void* actual) override { return actual; }
-    STDMETHODIMP_(void*) PreFree(void* request, BOOL) override { return request; }
-    STDMETHODIMP_(void) PostFree(BOOL) override {}
-    STDMETHODIMP_(SIZE_T) PreRealloc(void* request, SIZE_T size, void** newRequest, BOOL) override {
-        *newRequest = request;
-        return size;
-    }
-    STDMETHODIMP_(void*) PostRealloc(void* actual, BOOL) override { return actual; }
-    STDMETHODIMP_(void*) PreGetSize(void* request, BOOL) override { return request; }
-    STDMETHODIMP_(SIZE_T) PostGetSize(SIZE_T actual, BOOL) override { return actual; }
-    STDMETHODIMP_(void*) PreDidAlloc(void* request, BOOL) override { return request; }
-    STDMETHODIMP_(int) PostDidAlloc(void*, BOOL, int actual) override { return actual; }
-    STDMETHODIMP_(void) PreHeapMinimize() override {}
-    STDMETHODIMP_(void) PostHeapMinimize() override {}
-};
-
-FaultSpy g_spy;
+bool RefuseTaskMemory() { return ShouldFail(Kind::TaskMemory); }
+zel::test::RefusingMallocSpy g_spy(&RefuseTaskMemory);
 
 }  // namespace
 

@@ -183,18 +183,26 @@ void RowBindings(DBBINDING out[3]) {
     out[2] = Binding(3, DBTYPE_R8, offsetof(RunState::Row, amount), offsetof(RunState::Row, amountStatus), sizeof(double));
 }
 
+// The DBINIT property set that names a database file (the name stays owned by the caller).
+struct DataSourceName {
+    DBPROP prop{};
+    DBPROPSET set{};
+    explicit DataSourceName(BSTR name) {
+        prop.dwPropertyID = DBPROP_INIT_DATASOURCE;
+        prop.dwOptions = DBPROPOPTIONS_REQUIRED;
+        prop.colid = DB_NULLID;
+        prop.vValue.vt = VT_BSTR;
+        prop.vValue.bstrVal = name;
+        set = DBPROPSET{&prop, 1, DBPROPSET_DBINIT};
+    }
+};
+
 HRESULT SetDataSourceName(IUnknown* dataSource, BSTR name) {
     ComPtr<IDBProperties> properties;
     HRESULT hr = dataSource->QueryInterface(IID_IDBProperties, properties.put_void());
     if (FAILED(hr)) return hr;
-    DBPROP prop{};
-    prop.dwPropertyID = DBPROP_INIT_DATASOURCE;
-    prop.dwOptions = DBPROPOPTIONS_REQUIRED;
-    prop.colid = DB_NULLID;
-    prop.vValue.vt = VT_BSTR;
-    prop.vValue.bstrVal = name;
-    DBPROPSET set{&prop, 1, DBPROPSET_DBINIT};
-    return properties->SetProperties(1, &set);
+    DataSourceName named(name);
+    return properties->SetProperties(1, &named.set);
 }
 
 HRESULT NewDataSource(ComPtr<IDBInitialize>& out) {
@@ -450,14 +458,8 @@ HRESULT CreateFileOperation(RunState& r) {
     ComPtr<IDBDataSourceAdmin> admin;
     if (SUCCEEDED(hr)) hr = r.dataSource->QueryInterface(IID_IDBDataSourceAdmin, admin.put_void());
     if (FAILED(hr)) return hr;
-    DBPROP prop{};
-    prop.dwPropertyID = DBPROP_INIT_DATASOURCE;
-    prop.dwOptions = DBPROPOPTIONS_REQUIRED;
-    prop.colid = DB_NULLID;
-    prop.vValue.vt = VT_BSTR;
-    prop.vValue.bstrVal = r.targetText.get();
-    DBPROPSET set{&prop, 1, DBPROPSET_DBINIT};
-    return admin->CreateDataSource(1, &set, nullptr, IID_NULL, nullptr);
+    DataSourceName target(r.targetText.get());
+    return admin->CreateDataSource(1, &target.set, nullptr, IID_NULL, nullptr);
 }
 
 testing::AssertionResult TargetIsADatabase(RunState& r, bool withRows) {
@@ -474,14 +476,8 @@ HRESULT CompactOperation(RunState& r) {
     ComPtr<IJetCompact> compact;
     HRESULT hr = r.dataSource->QueryInterface(__uuidof(IJetCompact), compact.put_void());
     if (FAILED(hr)) return hr;
-    DBPROP prop{};
-    prop.dwPropertyID = DBPROP_INIT_DATASOURCE;
-    prop.dwOptions = DBPROPOPTIONS_REQUIRED;
-    prop.colid = DB_NULLID;
-    prop.vValue.vt = VT_BSTR;
-    prop.vValue.bstrVal = r.targetText.get();
-    DBPROPSET set{&prop, 1, DBPROPSET_DBINIT};
-    return compact->Compact(1, &set);
+    DataSourceName target(r.targetText.get());
+    return compact->Compact(1, &target.set);
 }
 
 const Operation kOperations[] = {
