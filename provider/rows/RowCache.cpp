@@ -163,7 +163,6 @@ bool RowCache::Load(size_t index) {
             }
             m_readPending = true;
         }
-        m_rows.reserve(m_rows.size() + 1);
         CachedRow row;
         row.encoded = Store(m_read);
         m_rows.push_back(row);
