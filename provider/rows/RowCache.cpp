@@ -95,14 +95,6 @@ BYTE* Encode(BYTE* out, const Cell& cell) {
     return out;
 }
 
-// The text or blob alternative of `cell`, made when the cell holds another: a cell decoded
-// again keeps its buffer.
-template <typename T>
-T& Holding(Cell& cell) {
-    if (T* held = std::get_if<T>(&cell)) return *held;
-    return cell.emplace<T>();
-}
-
 const BYTE* Decode(const BYTE* in, Cell& cell) {
     const BYTE tag = *in++;
     std::uint64_t number = 0;

@@ -29,21 +29,29 @@ std::wstring Text16(const void* text) { return text ? static_cast<const wchar_t*
 
 }  // namespace
 
-Cell ColumnCell(sqlite3_stmt* statement, int column) {
+void ReadColumnCell(sqlite3_stmt* statement, int column, Cell& cell) {
     switch (sqlite3_column_type(statement, column)) {
-    case SQLITE_INTEGER: return static_cast<std::int64_t>(sqlite3_column_int64(statement, column));
-    case SQLITE_FLOAT: return sqlite3_column_double(statement, column);
+    case SQLITE_INTEGER: cell = static_cast<std::int64_t>(sqlite3_column_int64(statement, column)); return;
+    case SQLITE_FLOAT: cell = sqlite3_column_double(statement, column); return;
     case SQLITE_TEXT: {
         auto text = static_cast<const wchar_t*>(sqlite3_column_text16(statement, column));
-        int bytes = sqlite3_column_bytes16(statement, column);
-        return std::wstring(text ? text : L"", static_cast<size_t>(bytes) / sizeof(wchar_t));
+        const int bytes = sqlite3_column_bytes16(statement, column);
+        Holding<std::wstring>(cell).assign(text ? text : L"", static_cast<size_t>(bytes) / sizeof(wchar_t));
+        return;
     }
     case SQLITE_BLOB: {
         auto data = static_cast<const BYTE*>(sqlite3_column_blob(statement, column));
-        return Bytes(data, data + sqlite3_column_bytes(statement, column));
+        Holding<Bytes>(cell).assign(data, data + sqlite3_column_bytes(statement, column));
+        return;
     }
-    default: return std::monostate{};
+    default: cell = std::monostate{};
     }
+}
+
+Cell ColumnCell(sqlite3_stmt* statement, int column) {
+    Cell cell;
+    ReadColumnCell(statement, column, cell);
+    return cell;
 }
 
 StatementRowSource::StatementRowSource(std::shared_ptr<Database> database, SqliteStatement statement,
@@ -88,11 +96,11 @@ bool StatementRowSource::Step(SourceRow& row) {
     }
     const int count = sqlite3_column_count(s);
     const int first = m_hiddenRowid ? 1 : 0;
-    row.cells.clear();
-    row.cells.reserve(static_cast<size_t>(count - first));
+    // The caller's row is reused from row to row: its cells keep their text buffers.
+    row.cells.resize(static_cast<size_t>(count - first));
     row.rowid.reset();
     if (m_hiddenRowid && sqlite3_column_type(s, 0) == SQLITE_INTEGER) row.rowid = sqlite3_column_int64(s, 0);
-    for (int i = first; i < count; ++i) row.cells.push_back(ColumnCell(s, i));
+    for (int i = first; i < count; ++i) ReadColumnCell(s, i, row.cells[static_cast<size_t>(i - first)]);
     m_onRow = false;
     return true;
 }

@@ -13,6 +13,8 @@ namespace zel::lite {
 
 // The value in column `column` of the row `statement` is on, in the storage class SQLite gives it.
 Cell ColumnCell(sqlite3_stmt* statement, int column);
+// The same into an existing cell, keeping its text or blob buffer when it holds one.
+void ReadColumnCell(sqlite3_stmt* statement, int column, Cell& cell);
 
 class StatementRowSource final : public RowSource {
 public:

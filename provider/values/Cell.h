@@ -17,6 +17,14 @@ using Cell = std::variant<std::monostate, std::int64_t, double, std::wstring, By
 
 inline bool IsNull(const Cell& cell) noexcept { return std::holds_alternative<std::monostate>(cell); }
 
+// The text or blob alternative of `cell`, made when the cell holds another: a cell filled
+// again keeps its buffer.
+template <typename T>
+T& Holding(Cell& cell) {
+    if (T* held = std::get_if<T>(&cell)) return *held;
+    return cell.emplace<T>();
+}
+
 struct SourceRow {
     std::vector<Cell> cells;              // one per visible column, in column order
     std::optional<std::int64_t> rowid;    // the base table's rowid when the source knows it
