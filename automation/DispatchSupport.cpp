@@ -56,4 +56,18 @@ void DescribeFailure(EXCEPINFO* excepInfo, HRESULT hr) noexcept {
     SetErrorInfo(0, info.get());
 }
 
+HRESULT CheckPositionalCall(const DISPPARAMS* params, UINT maxArgs, VARIANT* result, const void* target) noexcept {
+    if (!params) return DISP_E_BADVARTYPE;
+    if (params->cArgs > maxArgs) return DISP_E_BADPARAMCOUNT;
+    // The only named argument accepted is the one that marks a property put's value.
+    if (params->cNamedArgs != 0) {
+        if (params->cNamedArgs != 1 || !params->rgdispidNamedArgs || params->rgdispidNamedArgs[0] != DISPID_PROPERTYPUT)
+            return DISP_E_NONAMEDARGS;
+    }
+    if (result) VariantInit(result);
+    if (params->cArgs != 0 && !params->rgvarg) return E_INVALIDARG;
+    if (!target) return E_POINTER;
+    return S_OK;
+}
+
 }  // namespace zel::dispatch

@@ -19,6 +19,13 @@ struct NameEntry {
 // with DISP_E_UNKNOWNNAME, the ids of the names before it having been written.
 HRESULT LookUpNames(std::span<const NameEntry> table, LPOLESTR* names, UINT count, DISPID* ids) noexcept;
 
+// The checks the positional dispatchers (IZelOleDb's and IZelOleDbRows') make before they look
+// at the member: DISP_E_BADVARTYPE for no DISPPARAMS, DISP_E_BADPARAMCOUNT above `maxArgs`
+// arguments, DISP_E_NONAMEDARGS for any named argument other than a property put's single
+// value, E_INVALIDARG for arguments without an array, E_POINTER for no target. `result`, when
+// given, is initialised first (before the last two checks). S_OK when the call may go on.
+HRESULT CheckPositionalCall(const DISPPARAMS* params, UINT maxArgs, VARIANT* result, const void* target) noexcept;
+
 // Forgets any error information of the thread, so that what a method leaves there is its own.
 void ForgetThreadErrorInfo() noexcept;
 

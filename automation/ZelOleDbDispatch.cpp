@@ -289,17 +289,8 @@ HRESULT ZelOleDbGetIDsOfNames(LPOLESTR* names, UINT count, DISPID* ids) noexcept
 HRESULT ZelOleDbInvoke(IZelOleDb* target, DISPID member, DISPPARAMS* params, VARIANT* result,
                        EXCEPINFO* excepInfo, UINT* argErr) noexcept {
     try {
-        if (!params) return DISP_E_BADVARTYPE;
-        if (params->cArgs > kMaxParams) return DISP_E_BADPARAMCOUNT;
-        // The only named argument accepted is the one that marks a property put's value.
-        if (params->cNamedArgs != 0) {
-            if (params->cNamedArgs != 1 || !params->rgdispidNamedArgs ||
-                params->rgdispidNamedArgs[0] != DISPID_PROPERTYPUT)
-                return DISP_E_NONAMEDARGS;
-        }
-        if (result) VariantInit(result);
-        if (params->cArgs != 0 && !params->rgvarg) return E_INVALIDARG;
-        if (!target) return E_POINTER;
+        if (const HRESULT checked = dispatch::CheckPositionalCall(params, kMaxParams, result, target); checked != S_OK)
+            return checked;
 
         const MethodDescriptor* method = FindMethod(member);
         if (!method) return DISP_E_MEMBERNOTFOUND;

@@ -47,16 +47,8 @@ HRESULT ZelOleDbRowsGetIDsOfNames(LPOLESTR* names, UINT count, DISPID* ids) noex
 HRESULT ZelOleDbRowsInvoke(IZelOleDbRows* target, DISPID member, DISPPARAMS* params, VARIANT* result,
                            EXCEPINFO* excepInfo, UINT* argErr) noexcept {
     try {
-        if (!params) return DISP_E_BADVARTYPE;
-        if (params->cArgs > kMaxParams) return DISP_E_BADPARAMCOUNT;
-        if (params->cNamedArgs != 0) {
-            if (params->cNamedArgs != 1 || !params->rgdispidNamedArgs ||
-                params->rgdispidNamedArgs[0] != DISPID_PROPERTYPUT)
-                return DISP_E_NONAMEDARGS;
-        }
-        if (result) VariantInit(result);
-        if (params->cArgs != 0 && !params->rgvarg) return E_INVALIDARG;
-        if (!target) return E_POINTER;
+        if (const HRESULT checked = CheckPositionalCall(params, kMaxParams, result, target); checked != S_OK)
+            return checked;
         if (member < kRowsExecute || member > kRowsGetColumns) return DISP_E_MEMBERNOTFOUND;
         const RowsMethod& method = kMethods[member];
         if (params->cArgs != method.paramCount) return DISP_E_BADPARAMCOUNT;
