@@ -61,38 +61,56 @@ bool ValidCalendarDate(int year, int month, int day) {
 
 }  // namespace
 
+bool DateFields(const DBDATE& value, SYSTEMTIME& fields) {
+    if (!ValidCalendarDate(value.year, value.month, value.day)) return false;
+    fields = SYSTEMTIME{};
+    fields.wYear = static_cast<WORD>(value.year);
+    fields.wMonth = value.month;
+    fields.wDay = value.day;
+    return true;
+}
+
+bool TimeFields(const DBTIME& value, SYSTEMTIME& fields) {
+    if (value.hour > 23 || value.minute > 59 || value.second > 59) return false;
+    fields = SYSTEMTIME{};
+    fields.wYear = 1899;  // day 0 of the automation calendar
+    fields.wMonth = 12;
+    fields.wDay = 30;
+    fields.wHour = value.hour;
+    fields.wMinute = value.minute;
+    fields.wSecond = value.second;
+    return true;
+}
+
+bool TimestampFields(const DBTIMESTAMP& value, SYSTEMTIME& fields) {
+    if (!ValidCalendarDate(value.year, value.month, value.day) || value.hour > 23 || value.minute > 59 ||
+        value.second > 59)
+        return false;
+    fields = SYSTEMTIME{};
+    fields.wYear = static_cast<WORD>(value.year);
+    fields.wMonth = value.month;
+    fields.wDay = value.day;
+    fields.wHour = value.hour;
+    fields.wMinute = value.minute;
+    fields.wSecond = value.second;  // the fraction is dropped
+    return true;
+}
+
 std::wstring DbDateText(const DBDATE& value, const DateTextFormat& format) {
-    if (!ValidCalendarDate(value.year, value.month, value.day)) return L"Invalid DateTime";
-    SYSTEMTIME time = {};
-    time.wYear = static_cast<WORD>(value.year);
-    time.wMonth = value.month;
-    time.wDay = value.day;
+    SYSTEMTIME time;
+    if (!DateFields(value, time)) return L"Invalid DateTime";
     return SystemTimeText(time, VAR_DATEVALUEONLY, format);
 }
 
 std::wstring DbTimeText(const DBTIME& value, const DateTextFormat& format) {
-    if (value.hour > 23 || value.minute > 59 || value.second > 59) return L"Invalid DateTime";
-    SYSTEMTIME time = {};
-    time.wYear = 1899;
-    time.wMonth = 12;
-    time.wDay = 30;
-    time.wHour = value.hour;
-    time.wMinute = value.minute;
-    time.wSecond = value.second;
+    SYSTEMTIME time;
+    if (!TimeFields(value, time)) return L"Invalid DateTime";
     return SystemTimeText(time, VAR_TIMEVALUEONLY, format);
 }
 
 std::wstring DbTimestampText(const DBTIMESTAMP& value, const DateTextFormat& format) {
-    if (!ValidCalendarDate(value.year, value.month, value.day) || value.hour > 23 || value.minute > 59 ||
-        value.second > 59)
-        return L"Invalid DateTime";
-    SYSTEMTIME time = {};
-    time.wYear = static_cast<WORD>(value.year);
-    time.wMonth = value.month;
-    time.wDay = value.day;
-    time.wHour = value.hour;
-    time.wMinute = value.minute;
-    time.wSecond = value.second;  // the fraction is dropped
+    SYSTEMTIME time;
+    if (!TimestampFields(value, time)) return L"Invalid DateTime";
     return SystemTimeText(time, 0, format);
 }
 

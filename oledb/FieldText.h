@@ -30,6 +30,12 @@ std::wstring DbDateText(const DBDATE& value, const DateTextFormat& format = Date
 std::wstring DbTimeText(const DBTIME& value, const DateTextFormat& format = DateTextFormat::UserDefault());
 std::wstring DbTimestampText(const DBTIMESTAMP& value, const DateTextFormat& format = DateTextFormat::UserDefault());
 std::wstring FileTimeText(const FILETIME& value, const DateTextFormat& format = DateTextFormat::UserDefault());
+// The calendar fields the date texts are written from (a time on day 0, 1899-12-30; a
+// timestamp without its fraction); false when they do not make a valid date or time of years
+// 100 to 9999, the range the date texts cover.
+bool DateFields(const DBDATE& value, SYSTEMTIME& fields);
+bool TimeFields(const DBTIME& value, SYSTEMTIME& fields);
+bool TimestampFields(const DBTIMESTAMP& value, SYSTEMTIME& fields);
 
 // 36-character hyphenated lower-case form, no braces (UuidToStringW's text).
 std::wstring GuidText(const GUID& value);

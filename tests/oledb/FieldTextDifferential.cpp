@@ -81,25 +81,10 @@ std::wstring PlatformFieldsDate(const SYSTEMTIME& time, LCID locale, ULONG flags
     return PlatformDate(date, locale, flags);
 }
 
-bool ValidCalendarDate(int year, int month, int day) {
-    if (month < 1 || month > 12 || day < 1) return false;
-    static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-    int last = kDays[month - 1] + (month == 2 && leap ? 1 : 0);
-    return day <= last && year >= 100 && year <= 9999;
-}
-
+// The fields come from the server's own conversion: what is compared is their text.
 std::wstring PlatformTimestamp(const DBTIMESTAMP& value) {
-    if (!ValidCalendarDate(value.year, value.month, value.day) || value.hour > 23 || value.minute > 59 ||
-        value.second > 59)
-        return L"Invalid DateTime";
-    SYSTEMTIME time = {};
-    time.wYear = static_cast<WORD>(value.year);
-    time.wMonth = value.month;
-    time.wDay = value.day;
-    time.wHour = value.hour;
-    time.wMinute = value.minute;
-    time.wSecond = value.second;
+    SYSTEMTIME time;
+    if (!zel::TimestampFields(value, time)) return L"Invalid DateTime";
     return PlatformFieldsDate(time, LANG_USER_DEFAULT, 0);
 }
 
@@ -385,24 +370,13 @@ std::wstring PlatformValueText(DBTYPE type, const BYTE* v) {
         }
         case DBTYPE_DATE: return PlatformDate(read(DATE()), LANG_USER_DEFAULT, 0);
         case DBTYPE_DBDATE: {
-            DBDATE value = read(DBDATE());
-            if (!ValidCalendarDate(value.year, value.month, value.day)) return L"Invalid DateTime";
-            SYSTEMTIME time = {};
-            time.wYear = static_cast<WORD>(value.year);
-            time.wMonth = value.month;
-            time.wDay = value.day;
+            SYSTEMTIME time;
+            if (!zel::DateFields(read(DBDATE()), time)) return L"Invalid DateTime";
             return PlatformFieldsDate(time, LANG_USER_DEFAULT, VAR_DATEVALUEONLY);
         }
         case DBTYPE_DBTIME: {
-            DBTIME value = read(DBTIME());
-            if (value.hour > 23 || value.minute > 59 || value.second > 59) return L"Invalid DateTime";
-            SYSTEMTIME time = {};
-            time.wYear = 1899;
-            time.wMonth = 12;
-            time.wDay = 30;
-            time.wHour = value.hour;
-            time.wMinute = value.minute;
-            time.wSecond = value.second;
+            SYSTEMTIME time;
+            if (!zel::TimeFields(read(DBTIME()), time)) return L"Invalid DateTime";
             return PlatformFieldsDate(time, LANG_USER_DEFAULT, VAR_TIMEVALUEONLY);
         }
         case DBTYPE_DBTIMESTAMP: return PlatformTimestamp(read(DBTIMESTAMP()));

@@ -18,11 +18,13 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "common/Bstr.h"
 #include "common/ComObject.h"
 #include "common/ComPtr.h"
 #include "common/IJetCompact.h"
+#include "common/OleDbHandles.h"
 #include "common/OleDbIids.h"
 #include "common/OleDbMemory.h"
 #include "common/Utf8.h"
@@ -231,17 +233,14 @@ HRESULT Execute(ICommandText* command, ComPtr<IRowset>& out) {
     return command->Execute(nullptr, IID_IRowset, nullptr, nullptr, reinterpret_cast<IUnknown**>(out.put()));
 }
 
-HRESULT MakeAccessor(IRowset* rowset, const DBBINDING* bindings, DBCOUNTITEM count, HACCESSOR& out) {
+HRESULT MakeAccessor(IRowset* rowset, const DBBINDING* bindings, DBCOUNTITEM count, zel::Accessor& out) {
     ComPtr<IAccessor> accessor;
     HRESULT hr = rowset->QueryInterface(IID_IAccessor, accessor.put_void());
-    if (SUCCEEDED(hr)) hr = accessor->CreateAccessor(DBACCESSOR_ROWDATA, count, bindings, sizeof(RunState::Row), &out, nullptr);
+    HACCESSOR handle = DB_NULL_HACCESSOR;
+    if (SUCCEEDED(hr))
+        hr = accessor->CreateAccessor(DBACCESSOR_ROWDATA, count, bindings, sizeof(RunState::Row), &handle, nullptr);
+    if (SUCCEEDED(hr)) out = zel::Accessor(std::move(accessor), handle);
     return hr;
-}
-
-void ReleaseAccessor(IRowset* rowset, HACCESSOR handle) {
-    ComPtr<IAccessor> accessor;
-    if (handle && SUCCEEDED(rowset->QueryInterface(IID_IAccessor, accessor.put_void())))
-        accessor->ReleaseAccessor(handle, nullptr);
 }
 
 // ---- the operations ----
@@ -293,7 +292,7 @@ HRESULT FetchOperation(RunState& r) {
     if (FAILED(hr)) return hr;
     DBBINDING bindings[3];
     RowBindings(bindings);
-    HACCESSOR accessor = DB_NULL_HACCESSOR;
+    zel::Accessor accessor;
     hr = MakeAccessor(rowset.get(), bindings, 3, accessor);
     if (FAILED(hr)) return hr;
     HRESULT first = S_OK;
@@ -313,10 +312,10 @@ HRESULT FetchOperation(RunState& r) {
         bool lost = false;
         for (DBCOUNTITEM i = 0; i < obtained && !lost; ++i) {
             if (r.fetched >= 64) return E_UNEXPECTED;
-            HRESULT got = rowset->GetData(rows[i], accessor, &r.rows[r.fetched]);
+            HRESULT got = rowset->GetData(rows[i], accessor.get(), &r.rows[r.fetched]);
             if (FAILED(got)) {
                 note(got);
-                got = rowset->GetData(rows[i], accessor, &r.rows[r.fetched]);
+                got = rowset->GetData(rows[i], accessor.get(), &r.rows[r.fetched]);
             }
             if (FAILED(got)) {
                 note(got);
@@ -332,7 +331,6 @@ HRESULT FetchOperation(RunState& r) {
             break;
         }
     }
-    ReleaseAccessor(rowset.get(), accessor);
     return first;
 }
 
@@ -373,7 +371,7 @@ HRESULT ChangeOperation(RunState& r) {
     if (FAILED(hr)) return hr;
     DBBINDING bindings[3];
     RowBindings(bindings);
-    HACCESSOR all = DB_NULL_HACCESSOR, nameOnly = DB_NULL_HACCESSOR;
+    zel::Accessor all, nameOnly;
     hr = MakeAccessor(rowset.get(), bindings, 3, all);
     if (SUCCEEDED(hr)) hr = MakeAccessor(rowset.get(), &bindings[1], 1, nameOnly);
     RunState::Row row{};
@@ -381,7 +379,7 @@ HRESULT ChangeOperation(RunState& r) {
     std::wcscpy(row.name, L"inserted");
     row.nameLength = 8 * sizeof(wchar_t);
     row.amount = 7.5;
-    if (SUCCEEDED(hr)) hr = change->InsertRow(DB_NULL_HCHAPTER, all, &row, nullptr);
+    if (SUCCEEDED(hr)) hr = change->InsertRow(DB_NULL_HCHAPTER, all.get(), &row, nullptr);
     if (SUCCEEDED(hr)) {
         HROW first = DB_NULL_HROW;
         HROW* rows = &first;
@@ -390,14 +388,12 @@ HRESULT ChangeOperation(RunState& r) {
         if (SUCCEEDED(hr) && obtained == 1) {
             std::wcscpy(row.name, L"changed");
             row.nameLength = 7 * sizeof(wchar_t);
-            hr = change->SetData(first, nameOnly, &row);
+            hr = change->SetData(first, nameOnly.get(), &row);
         } else if (SUCCEEDED(hr)) {
             hr = E_UNEXPECTED;
         }
         if (obtained) rowset->ReleaseRows(obtained, rows, nullptr, nullptr, nullptr);
     }
-    ReleaseAccessor(rowset.get(), nameOnly);
-    ReleaseAccessor(rowset.get(), all);
     return hr;
 }
 
