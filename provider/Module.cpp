@@ -10,7 +10,7 @@ namespace {
 HMODULE g_module = nullptr;
 }
 
-HMODULE zel::lite::ModuleHandle() noexcept { return g_module; }
+HMODULE zel::provider::ModuleHandle() noexcept { return g_module; }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) {
@@ -24,9 +24,9 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
 STDAPI DllGetClassObject(REFCLSID clsid, REFIID riid, void** ppv) {
     if (!ppv) return E_POINTER;
     *ppv = nullptr;
-    if (clsid != zel::lite::kProviderClsid) return CLASS_E_CLASSNOTAVAILABLE;
+    if (clsid != zel::provider::kProviderClsid) return CLASS_E_CLASSNOTAVAILABLE;
     try {
-        auto factory = zel::ClassFactory<zel::lite::DataSource>::Make();
+        auto factory = zel::ClassFactory<zel::provider::DataSource>::Make();
         return factory->QueryInterface(riid, ppv);
     }
     ZEL_CATCH_RETURN()

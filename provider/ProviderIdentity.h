@@ -5,7 +5,7 @@
 
 #include "ZelVersion.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // {6ED3CDC0-CB85-478B-86C2-ACC437DDD288}
 inline constexpr CLSID kProviderClsid = {
@@ -24,4 +24,4 @@ inline constexpr wchar_t kDbmsName[] = L"SQLite";
 // Module handle of ZelLite.dll, set in DllMain.
 HMODULE ModuleHandle() noexcept;
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -5,7 +5,7 @@
 #include "provider/text/SqlText.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 const GUID DBPROPSET_JETOLEDB_COLUMN = {0x820BF922, 0x6AC8, 0x11D1, {0x9F, 0x02, 0x00, 0xC0, 0x4F, 0xC2, 0xC2, 0xE0}};
 
@@ -100,4 +100,4 @@ std::vector<ColumnDefinition> ReadColumnDefinitions(Database& database, const st
     return columns;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -23,7 +23,7 @@
 #include "provider/sqlite/Database.h"
 #include "provider/values/TypeMapping.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // The Jet provider's column property set, whose DBPROP_JETOLEDB_COL_ALLOWZEROLENGTH ZelLite
 // keeps and enforces for text columns.
@@ -71,4 +71,4 @@ std::wstring PrimaryKeyClause(const std::vector<ColumnDefinition>& columns);
 // metadata rows.
 std::vector<ColumnDefinition> ReadColumnDefinitions(Database& database, const std::wstring& table);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -13,7 +13,7 @@
 #include "provider/text/Utf.h"
 #include "provider/values/DeclaredType.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -363,4 +363,4 @@ NewTableColumns ReadNewTableColumns(DBORDINAL count, const DBCOLUMNDESC descs[])
     return result;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -20,7 +20,7 @@
 
 #include "provider/ddl/ColumnDefinition.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 enum class ColumnPurpose { CreateTable, AddColumn };
 
@@ -57,4 +57,4 @@ NewTableColumns ReadNewTableColumns(DBORDINAL count, const DBCOLUMNDESC descs[])
 // Returns whether it was required.
 bool MarkConflicting(const DBCOLUMNDESC& desc, const GUID& set, DBPROPID id);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

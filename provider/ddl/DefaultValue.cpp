@@ -9,7 +9,7 @@
 #include "provider/values/ValueReader.h"
 #include "provider/values/ValueWriter.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -173,4 +173,4 @@ Variant DefaultToVariant(const std::optional<std::wstring>& sql, const ColumnTyp
     return result;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -14,7 +14,7 @@
 #include "common/Variant.h"
 #include "provider/values/TypeMapping.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct DefaultClause {
     DBPROPSTATUS status = DBPROPSTATUS_OK;  // DBPROPSTATUS_BADVALUE when the value does not fit
@@ -33,4 +33,4 @@ DefaultClause DefaultFromVariant(const VARIANT& value, const ColumnType& column)
 // for none or NULL, the constant in the column's own VARIANT type, or the expression's text.
 Variant DefaultToVariant(const std::optional<std::wstring>& sql, const ColumnType& column);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -11,7 +11,7 @@
 #include "provider/text/SqlText.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -165,4 +165,4 @@ void DropIndexOf(Database& database, const std::wstring& table, const std::optio
     for (const auto& index : names) Query(database, L"DROP INDEX " + QuoteName(index)).Run();
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -19,7 +19,7 @@
 
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct CreatedIndex {
     HRESULT result = S_OK;  // S_OK, or DB_S_ERRORSOCCURRED when optional properties failed
@@ -40,4 +40,4 @@ CreatedIndex CreateIndexOn(Database& database, const std::wstring& table, const 
 // index.
 void DropIndexOf(Database& database, const std::wstring& table, const std::optional<std::wstring>& name);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -2,7 +2,7 @@
 
 #include "common/OleDbMemory.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 std::optional<std::wstring> NameOf(const DBID* id) {
     if (!id || id->eKind != DBKIND_NAME || !id->uName.pwszName || !*id->uName.pwszName) return std::nullopt;
@@ -23,4 +23,4 @@ NameId NewNameId(std::wstring_view name) {
     return NameId(id.release());
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -11,7 +11,7 @@
 
 #include "common/UniqueResource.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // The name in a DBKIND_NAME id; nothing for a null id, another kind, or a null or empty name.
 std::optional<std::wstring> NameOf(const DBID* id);
@@ -26,4 +26,4 @@ using NameId = UniqueResource<DBID*, &FreeNameId>;
 // allocator, the caller's to free (the name first, then the DBID). Throws std::bad_alloc.
 NameId NewNameId(std::wstring_view name);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -9,7 +9,7 @@
 #include "provider/text/SqlText.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -112,4 +112,4 @@ void DropTableWithMetadata(Database& database, const std::wstring& table) {
     DeleteColumnMetadata(database, table);
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

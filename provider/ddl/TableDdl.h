@@ -9,7 +9,7 @@
 #include "provider/ddl/ColumnDefinition.h"
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // CREATE TABLE `name` with the columns (their identity numbering is chosen here), then the
 // metadata rows, SQLite's AUTOINCREMENT seed and the triggers. The name must be free.
@@ -28,4 +28,4 @@ void DropColumnFrom(Database& database, const std::wstring& table, const std::ws
 // DROP TABLE; its indexes and triggers go with it, and its metadata rows are removed.
 void DropTableWithMetadata(Database& database, const std::wstring& table);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

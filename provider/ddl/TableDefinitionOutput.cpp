@@ -10,7 +10,7 @@
 #include "provider/sqlite/TableCatalog.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -218,4 +218,4 @@ void WriteTableDefinition(const std::vector<ColumnDefinition>& columns, const st
     }
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -28,7 +28,7 @@
 #include "provider/ddl/ColumnDefinition.h"
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct TableConstraint {
     DBCONSTRAINTTYPE type = DBCONSTRAINTTYPE_PRIMARYKEY;
@@ -57,4 +57,4 @@ struct TableDefinitionOut {
 void WriteTableDefinition(const std::vector<ColumnDefinition>& columns, const std::vector<TableConstraint>& constraints,
                           const TableDefinitionOut& out);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -4,7 +4,7 @@
 
 #include "common/Bstr.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -167,4 +167,4 @@ STDMETHODIMP SqlErrorInfo::GetSQLInfo(BSTR* sqlState, LONG* nativeError) {
     return CopyText(m_sqlState, sqlState);
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -14,7 +14,7 @@
 #include "common/ComObject.h"
 #include "common/OleDbIids.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct ErrorRecordData {
     ERRORINFO basic{};          // hrError, dwMinor (native error), clsid, iid, dispid
@@ -77,4 +77,4 @@ private:
     LONG m_native;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -1,4 +1,4 @@
-// How ZelLite fails: every failure publishes ZelLite's error object on the calling thread
+// How a provider fails: every failure publishes the provider's error object on the calling thread
 // (SetErrorInfo) and then throws ComError; the interface method's ZEL_CATCH_RETURN() turns the
 // exception into its HRESULT. So a client that calls GetErrorInfo after any failed method finds
 // the provider's own description, SQLSTATE and native error.
@@ -6,22 +6,19 @@
 
 #include <windows.h>
 
-#include <sqlite3.h>
-
 #include <source_location>
 #include <string>
 #include <string_view>
 
-namespace zel::lite {
+namespace zel::provider {
 
-struct SqliteFailure {
-    HRESULT hr;
-    const wchar_t* sqlState;
+// Who reports the errors published here: the CLSID and source name every error record carries.
+// Each provider DLL defines it once, with its own identity.
+struct ErrorOrigin {
+    CLSID clsid;
+    const wchar_t* source;
 };
-
-// The OLE DB result and the SQLSTATE for an SQLite result code (extended codes accepted) and
-// the message SQLite gave with it.
-SqliteFailure ClassifySqliteError(int extendedCode, std::string_view message) noexcept;
+const ErrorOrigin& ProviderErrorOrigin() noexcept;
 
 // Publishes an error object with one record and throws ComError(hr). Each of these records
 // its caller's file and line in the ComError (`where`, left to its default).
@@ -29,11 +26,6 @@ SqliteFailure ClassifySqliteError(int extendedCode, std::string_view message) no
                        LONG nativeError = 0, const std::source_location& where = std::source_location::current());
 // As above with the standard description of `hr`.
 [[noreturn]] void Fail(HRESULT hr, const std::source_location& where = std::source_location::current());
-// Fails with SQLite's last error on `db` (whose mutex the caller holds); the description is
-// SQLite's message followed by the statement when one is given.
-[[noreturn]] void FailSqlite(sqlite3* db, int rc, std::wstring_view statement = {},
-                             const std::source_location& where = std::source_location::current());
-
 // Publishes without throwing (for methods that return a failure code directly).
 void PublishError(HRESULT hr, std::wstring_view description, std::wstring_view sqlState = {},
                   LONG nativeError = 0) noexcept;
@@ -47,4 +39,4 @@ HRESULT FailOrReturn(HRESULT hr, const std::source_location& where = std::source
 // A readable description of an OLE DB or COM result code.
 std::wstring DescribeResult(HRESULT hr);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

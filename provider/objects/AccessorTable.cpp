@@ -8,7 +8,7 @@
 #include "provider/errors/Errors.h"
 #include "provider/values/DataConversion.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -125,4 +125,4 @@ void AccessorTable::GetBindings(HACCESSOR handle, DBACCESSORFLAGS* flags, DBCOUN
     *bindings = out.release();
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

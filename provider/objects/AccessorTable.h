@@ -12,7 +12,7 @@
 #include <optional>
 #include <vector>
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct Accessor {
     DBACCESSORFLAGS flags = 0;
@@ -45,4 +45,4 @@ private:
     ULONG_PTR m_next = 1;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -4,13 +4,15 @@
 
 #include "common/OleDbMemory.h"
 #include "provider/errors/Errors.h"
+#include "provider/sqlite/SqliteErrors.h"
 #include "provider/objects/Rowset.h"
 #include "provider/objects/Session.h"
 #include "provider/properties/RowsetProperties.h"
+#include "provider/rows/RowWriter.h"
 #include "provider/rows/StatementRowSource.h"
 #include "provider/values/DataConversion.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -85,7 +87,8 @@ STDMETHODIMP Command::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DB
                 if (rowsAffected) *rowsAffected = DB_COUNTUNAVAILABLE;
                 if (!wantRowset) return S_OK;
                 PropertyStore properties = m_properties;
-                HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset), database,
+                HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset),
+                                                    std::make_shared<SqliteRowStore>(database),
                                                     std::unique_ptr<RowSource>(std::move(source)),
                                                     std::move(properties), ComPtr<IUnknown>(ControllingUnknown()),
                                                     OpenToken());
@@ -209,7 +212,8 @@ ComPtr<IColumnsInfo> Command::DescribePrepared() {
     else
         source = std::make_unique<MemoryRowSource>(std::vector<ColumnDesc>{}, std::vector<SourceRow>{});
     ComPtr<IColumnsInfo> info;
-    ZEL_THROW_IF_FAILED(Rowset::CreateInstance(nullptr, IID_IColumnsInfo, info.put_void(), database,
+    ZEL_THROW_IF_FAILED(Rowset::CreateInstance(nullptr, IID_IColumnsInfo, info.put_void(),
+                                               std::make_shared<SqliteRowStore>(database),
                                                std::move(source), m_properties, ComPtr<IUnknown>()));
     return info;
 }
@@ -237,7 +241,7 @@ STDMETHODIMP Command::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL 
 STDMETHODIMP Command::CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) {
     try {
         if (!ValidConvertFlags(from, flags, true)) Fail(DB_E_BADCONVERTFLAG);
-        return zel::lite::CanConvert(from, to) ? S_OK : S_FALSE;
+        return zel::provider::CanConvert(from, to) ? S_OK : S_FALSE;
     }
     ZEL_CATCH_RETURN()
 }
@@ -249,4 +253,4 @@ STDMETHODIMP Command::InterfaceSupportsErrorInfo(REFIID riid) {
                : S_FALSE;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -16,7 +16,7 @@
 
 #include <memory>
 
-namespace zel::lite {
+namespace zel::provider {
 
 class Session;
 
@@ -79,4 +79,4 @@ private:
     PropertyStore m_properties;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -15,7 +15,7 @@
 #include "provider/sqlite/DatabaseFile.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -319,4 +319,4 @@ STDMETHODIMP DataSource::InterfaceSupportsErrorInfo(REFIID riid) {
                : S_FALSE;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -18,7 +18,7 @@
 #include "provider/properties/PropertyStore.h"
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 class DataSource final
     : public ComObject<DataSource, IDBInitialize, IDBProperties, IPersist, IDBCreateSession, IDBInfo,
@@ -151,4 +151,4 @@ private:
     std::atomic<LONG> m_sessions{0};
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

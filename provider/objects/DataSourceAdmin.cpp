@@ -13,7 +13,7 @@
 #include "provider/sqlite/DatabaseFile.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -232,4 +232,4 @@ STDMETHODIMP DataSource::Compact(ULONG setCount, DBPROPSET sets[]) {
     ZEL_CATCH_RETURN()
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -12,7 +12,7 @@
 #include "provider/text/Utf.h"
 #include "provider/values/DataConversion.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -49,13 +49,13 @@ HRESULT ItemsResult(size_t errors, size_t count, const wchar_t* noneDone) {
 
 }  // namespace
 
-Rowset::Rowset(std::shared_ptr<Database> database, std::unique_ptr<RowSource> source, PropertyStore properties,
+Rowset::Rowset(std::shared_ptr<RowStore> store, std::unique_ptr<RowSource> source, PropertyStore properties,
                ComPtr<IUnknown> creator, std::shared_ptr<void> openToken)
-    : m_database(std::move(database)),
+    : m_store(std::move(store)),
       m_cache(std::move(source), static_cast<size_t>(properties.GetI4(DBPROPSET_ROWSET, DBPROP_MAXROWS))),
       m_properties(std::move(properties)), m_creator(std::move(creator)), m_openToken(std::move(openToken)) {
     m_bookmarks = m_properties.GetBool(DBPROPSET_ROWSET, DBPROP_BOOKMARKS);
-    m_changeable = WantsRowsetChange(m_properties) && m_database != nullptr;
+    m_changeable = WantsRowsetChange(m_properties) && m_store != nullptr;
     if (m_changeable) {
         m_properties.PutBool(DBPROPSET_ROWSET, DBPROP_IRowsetChange, true);
         if (m_properties.GetI4(DBPROPSET_ROWSET, DBPROP_UPDATABILITY) == 0)
@@ -291,7 +291,7 @@ STDMETHODIMP Rowset::GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHA
         CoTaskMem<DBCOLUMNINFO> out(AllocateZeroed<DBCOLUMNINFO>(n ? n : 1));
         CoTaskMem<OLECHAR> text(AllocateZeroed<OLECHAR>(textSize ? textSize : 1));
         OLECHAR* cursor = text.get();
-        const bool writable = m_changeable && m_database && !m_database->options().readOnly;
+        const bool writable = m_changeable && m_store && !m_store->ReadOnly();
         for (size_t i = 0; i < n; ++i) {
             const DBORDINAL ordinal = i + first;
             const ColumnDesc& c = *ColumnAt(ordinal);
@@ -379,7 +379,7 @@ STDMETHODIMP Rowset::GetSpecification(REFIID riid, IUnknown** creator) {
 STDMETHODIMP Rowset::CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) {
     try {
         if (!ValidConvertFlags(from, flags, false)) Fail(DB_E_BADCONVERTFLAG);
-        return zel::lite::CanConvert(from, to) ? S_OK : S_FALSE;
+        return zel::provider::CanConvert(from, to) ? S_OK : S_FALSE;
     }
     ZEL_CATCH_RETURN()
 }
@@ -391,4 +391,4 @@ STDMETHODIMP Rowset::InterfaceSupportsErrorInfo(REFIID riid) {
                : S_FALSE;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -16,18 +16,19 @@
 #include "provider/objects/AccessorTable.h"
 #include "provider/properties/PropertyStore.h"
 #include "provider/rows/RowCache.h"
-#include "provider/sqlite/Database.h"
+#include "provider/rows/RowStore.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 class Rowset final
     : public ComObject<Rowset, IRowset, IAccessor, IColumnsInfo, IRowsetInfo, IConvertType, ISupportErrorInfo> {
 public:
-    // `database` may be null for rows held in memory (such a rowset cannot be changed).
+    // `store` takes the rowset's changes; null for rows that cannot be changed (rows held in
+    // memory, results of providers that do not write through rowsets).
     // `creator` is the command or session that made the rowset (IRowsetInfo::GetSpecification).
     // `openToken` (optional) is held for the rowset's lifetime, so that its creator can tell
     // whether rowsets are open.
-    Rowset(std::shared_ptr<Database> database, std::unique_ptr<RowSource> source, PropertyStore properties,
+    Rowset(std::shared_ptr<RowStore> store, std::unique_ptr<RowSource> source, PropertyStore properties,
            ComPtr<IUnknown> creator, std::shared_ptr<void> openToken = nullptr);
     ~Rowset() override;
 
@@ -73,7 +74,7 @@ public:
     std::mutex& lock() noexcept { return m_lock; }
     RowCache& cache() noexcept { return m_cache; }
     AccessorTable& accessors() noexcept { return m_accessors; }
-    const std::shared_ptr<Database>& database() const noexcept { return m_database; }
+    const std::shared_ptr<RowStore>& store() const noexcept { return m_store; }
     // The data columns (without the bookmark).
     const std::vector<ColumnDesc>& columns() const noexcept { return m_cache.source().columns(); }
     bool hasBookmarks() const noexcept { return m_bookmarks; }
@@ -85,7 +86,7 @@ public:
 
 private:
     std::mutex m_lock;
-    std::shared_ptr<Database> m_database;
+    std::shared_ptr<RowStore> m_store;
     RowCache m_cache;
     PropertyStore m_properties;
     ComPtr<IUnknown> m_creator;
@@ -97,4 +98,4 @@ private:
     ComPtr<IUnknown> m_change;  // the IRowsetChange inner object, made on first request
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

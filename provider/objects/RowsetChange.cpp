@@ -4,10 +4,10 @@
 
 #include "provider/errors/Errors.h"
 #include "provider/objects/Rowset.h"
-#include "provider/rows/RowWriter.h"
+#include "provider/rows/RowStore.h"
 #include "provider/values/ValueWriter.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -81,13 +81,13 @@ STDMETHODIMP RowsetChange::SetData(HROW handle, HACCESSOR accessorHandle, void* 
         m_rowset->cache().ReadToEnd();
 
         const auto& target = *m_rowset->cache().source().target();
-        RowWriter writer(*m_rowset->database(), target, m_rowset->columns());
+        RowStore& store = *m_rowset->store();
         const size_t index = m_rowset->cache().IndexOf(handle);
         SourceRow updated = m_rowset->cache().Values(index);
-        if (!writer.Update(updated, collected.values))
+        if (!store.Update(target, m_rowset->columns(), updated, collected.values))
             Fail(DB_E_CONCURRENCYVIOLATION, L"The row is no longer in the table: another change deleted or altered it.");
         for (auto& [column, cell] : collected.values) updated.cells[column] = cell;
-        m_rowset->cache().Replace(index, writer.Reload(updated).value_or(std::move(updated)));
+        m_rowset->cache().Replace(index, store.Reload(target, m_rowset->columns(), updated).value_or(std::move(updated)));
         return S_OK;
     }
     ZEL_CATCH_RETURN()
@@ -108,8 +108,7 @@ STDMETHODIMP RowsetChange::InsertRow(HCHAPTER chapter, HACCESSOR accessorHandle,
         m_rowset->cache().ReadToEnd();
 
         const auto& target = *m_rowset->cache().source().target();
-        RowWriter writer(*m_rowset->database(), target, m_rowset->columns());
-        size_t index = m_rowset->cache().Append(writer.Insert(collected.values));
+        size_t index = m_rowset->cache().Append(m_rowset->store()->Insert(target, m_rowset->columns(), collected.values));
         if (handle) {
             *handle = RowCache::HandleOf(index);
             m_rowset->cache().FindAny(*handle)->refs = 1;
@@ -140,9 +139,9 @@ STDMETHODIMP RowsetChange::DeleteRows(HCHAPTER chapter, DBCOUNTITEM count, const
                 status = DBROWSTATUS_E_PERMISSIONDENIED;
                 if (firstError.empty()) firstError = kNotChangeable;
             } else {
-                RowWriter writer(*m_rowset->database(), *target, m_rowset->columns());
                 try {
-                    if (!writer.Delete(m_rowset->cache().Values(m_rowset->cache().IndexOf(rows[i]))))
+                    if (!m_rowset->store()->Delete(*target, m_rowset->columns(),
+                                                   m_rowset->cache().Values(m_rowset->cache().IndexOf(rows[i]))))
                         status = DBROWSTATUS_E_DELETED;
                     row->deleted = true;
                 } catch (const ComError& e) {
@@ -162,4 +161,4 @@ STDMETHODIMP RowsetChange::DeleteRows(HCHAPTER chapter, DBCOUNTITEM count, const
     ZEL_CATCH_RETURN()
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

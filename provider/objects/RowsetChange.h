@@ -9,7 +9,7 @@
 #include "common/ComObject.h"
 #include "common/OleDbIids.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 class Rowset;
 
@@ -32,4 +32,4 @@ private:
     Rowset* m_rowset;  // the outer object, which owns this one
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -6,11 +6,12 @@
 #include "provider/objects/Command.h"
 #include "provider/objects/Rowset.h"
 #include "provider/properties/RowsetProperties.h"
+#include "provider/rows/RowWriter.h"
 #include "provider/rows/StatementRowSource.h"
 #include "provider/text/SqlText.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -100,7 +101,8 @@ STDMETHODIMP Session::OpenRowset(IUnknown* outer, DBID* tableId, DBID* indexId, 
             statement = m_database->Prepare(sql);
         }
         auto source = std::make_unique<StatementRowSource>(m_database, std::move(statement), hiddenRowid, sql);
-        HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset), m_database,
+        HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset),
+                                            std::make_shared<SqliteRowStore>(m_database),
                                             std::unique_ptr<RowSource>(std::move(source)), std::move(properties),
                                             ComPtr<IUnknown>(Identity()));
         if (FAILED(hr)) Fail(hr);
@@ -222,4 +224,4 @@ STDMETHODIMP Session::InterfaceSupportsErrorInfo(REFIID riid) {
                : S_FALSE;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -15,7 +15,7 @@
 #include "provider/properties/PropertyStore.h"
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 class Session final : public ComObject<Session, IGetDataSource, IOpenRowset, IDBCreateCommand, ISessionProperties,
                                        ITransactionLocal, IDBSchemaRowset, ITableCreation, IIndexDefinition,
@@ -114,4 +114,4 @@ private:
     PropertyStore m_properties;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -7,9 +7,9 @@
 #include "provider/objects/Rowset.h"
 #include "provider/objects/Session.h"
 #include "provider/properties/RowsetProperties.h"
-#include "provider/schema/SchemaRowsets.h"
+#include "provider/schema/SchemaRowsetBuilders.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -50,7 +50,7 @@ STDMETHODIMP Session::GetRowset(IUnknown* outer, REFGUID schema, ULONG restricti
         std::unique_ptr<RowSource> source;
         {
             std::lock_guard guard(m_lock);
-            source = request.Rows(m_database);
+            source = SqliteSchemaRows(request, m_database);
         }
         // Rows held in memory, without the database: the rowset cannot be changed.
         HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset), nullptr, std::move(source),
@@ -82,4 +82,4 @@ STDMETHODIMP Session::GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** res
     ZEL_CATCH_RETURN()
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -19,7 +19,7 @@
 #include "provider/sqlite/TableCatalog.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -280,4 +280,4 @@ STDMETHODIMP Session::DropIndex(DBID* tableId, DBID* indexId) {
     ZEL_CATCH_RETURN()
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace zel::lite {
+namespace zel::provider {
 
 HRESULT StorageObject::MakeAs(std::shared_ptr<const Bytes> data, REFIID iid, void** object) {
     return Make(std::move(data))->QueryInterface(iid, object);
@@ -104,4 +104,4 @@ STDMETHODIMP StorageObject::Clone(IStream** clone) {
     ZEL_CATCH_RETURN()
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

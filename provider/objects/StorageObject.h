@@ -12,7 +12,7 @@
 #include "common/ComObject.h"
 #include "provider/values/Cell.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 class StorageObject final : public ComObject<StorageObject, IStream> {
 public:
@@ -44,4 +44,4 @@ private:
     ULONGLONG m_position;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -4,7 +4,7 @@
 
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -63,4 +63,4 @@ std::wstring ConnectionOptions::Text() const {
     return text;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace zel::lite {
+namespace zel::provider {
 
 inline constexpr int kDefaultBusyTimeoutMs = 5000;
 
@@ -28,4 +28,4 @@ private:
     std::vector<std::pair<std::wstring, std::wstring>> m_pairs;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -1,6 +1,6 @@
 #include "provider/properties/DataSourceProperties.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -71,4 +71,4 @@ std::span<const PropertyDefinition> DataSourcePropertyDefinitions() { return kDe
 std::span<const GUID* const> UninitializedDataSourceSets() { return kUninitialized; }
 std::span<const GUID* const> InitializedDataSourceSets() { return kInitialized; }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

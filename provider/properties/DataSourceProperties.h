@@ -6,7 +6,7 @@
 
 #include "provider/properties/PropertyStore.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // The id under which Wine's service components pass "Initial Catalog" in the DBINIT set.
 inline constexpr DBPROPID kStrayCatalogPropertyId = 0x16;
@@ -17,4 +17,4 @@ std::span<const PropertyDefinition> DataSourcePropertyDefinitions();
 std::span<const GUID* const> UninitializedDataSourceSets();
 std::span<const GUID* const> InitializedDataSourceSets();
 
-}  // namespace zel::lite
+}  // namespace zel::provider

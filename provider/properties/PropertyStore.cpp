@@ -7,7 +7,7 @@
 #include "common/ComError.h"
 #include "common/OleDbMemory.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -309,4 +309,4 @@ HRESULT PropertyStore::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET* idSe
     return errors == total ? DB_E_ERRORSOCCURRED : DB_S_ERRORSOCCURRED;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

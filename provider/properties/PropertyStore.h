@@ -13,7 +13,7 @@
 
 #include "common/Variant.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct PropertyDefinition {
     const GUID* set;
@@ -87,4 +87,4 @@ private:
     std::vector<DBPROPOPTIONS> m_options;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

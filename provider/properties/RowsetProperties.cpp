@@ -2,7 +2,7 @@
 
 #include <initializer_list>
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -85,4 +85,4 @@ bool WantsRowsetChange(const PropertyStore& properties) {
            properties.GetI4(DBPROPSET_ROWSET, DBPROP_UPDATABILITY) != 0;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

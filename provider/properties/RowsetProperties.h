@@ -8,7 +8,7 @@
 
 #include "provider/properties/PropertyStore.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 std::span<const PropertyDefinition> RowsetPropertyDefinitions();
 std::span<const GUID* const> RowsetPropertySets();
@@ -19,4 +19,4 @@ DBPROPSTATUS ValidateRowsetProperty(const PropertyDefinition& def, const VARIANT
 // Whether the properties ask for IRowsetChange (directly or through UPDATABILITY).
 bool WantsRowsetChange(const PropertyStore& properties);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

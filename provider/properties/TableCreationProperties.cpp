@@ -4,7 +4,7 @@
 
 #include "provider/properties/RowsetProperties.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -55,4 +55,4 @@ TableCreationProperties CheckTableCreationProperties(ULONG setCount, DBPROPSET s
     return result;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct TableCreationProperties {
     bool requiredFailed = false;
@@ -22,4 +22,4 @@ struct TableCreationProperties {
 
 TableCreationProperties CheckTableCreationProperties(ULONG setCount, DBPROPSET sets[]);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace zel::lite {
+namespace zel::provider {
 namespace {
 
 // The store's blocks; a row bigger than a quarter block gets a block of its own.
@@ -305,4 +305,4 @@ const BYTE* RowCache::Store(const SourceRow& row) {
     return start;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

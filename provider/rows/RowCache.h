@@ -20,7 +20,7 @@
 
 #include "provider/rows/RowSource.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct CachedRow {
     const BYTE* encoded = nullptr;  // the row's values in the cache's store (see RowCache)
@@ -85,4 +85,4 @@ private:
     bool m_atStart = true;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

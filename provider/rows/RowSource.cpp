@@ -1,6 +1,6 @@
 #include "provider/rows/RowSource.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 MemoryRowSource::MemoryRowSource(std::vector<ColumnDesc> columns, std::vector<SourceRow> rows)
     : m_rows(std::move(rows)) {
@@ -13,4 +13,4 @@ bool MemoryRowSource::Next(SourceRow& row) {
     return true;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

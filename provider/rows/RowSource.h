@@ -14,7 +14,7 @@
 #include "provider/values/Cell.h"
 #include "provider/values/ColumnDesc.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // The one base table a rowset's rows come from, and how a row is found again in it.
 struct UpdateTarget {
@@ -49,4 +49,4 @@ private:
     size_t m_next = 0;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

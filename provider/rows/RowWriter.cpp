@@ -1,10 +1,11 @@
 #include "provider/rows/RowWriter.h"
 
 #include "provider/errors/Errors.h"
+#include "provider/sqlite/SqliteErrors.h"
 #include "provider/rows/StatementRowSource.h"
 #include "provider/text/SqlText.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -138,4 +139,4 @@ std::optional<SourceRow> RowWriter::Reload(const SourceRow& row) {
     return fresh;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -4,14 +4,16 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "provider/rows/RowSource.h"
+#include "provider/rows/RowStore.h"
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 class RowWriter {
 public:
@@ -38,4 +40,29 @@ private:
     const std::vector<ColumnDesc>& m_columns;
 };
 
-}  // namespace zel::lite
+// The SQLite database as the store of its rowsets' changes.
+class SqliteRowStore final : public RowStore {
+public:
+    explicit SqliteRowStore(std::shared_ptr<Database> database) : m_database(std::move(database)) {}
+
+    bool ReadOnly() const noexcept override { return m_database->options().readOnly; }
+    bool Update(const UpdateTarget& target, const std::vector<ColumnDesc>& columns, const SourceRow& row,
+                const Values& changes) override {
+        return RowWriter(*m_database, target, columns).Update(row, changes);
+    }
+    SourceRow Insert(const UpdateTarget& target, const std::vector<ColumnDesc>& columns, const Values& values) override {
+        return RowWriter(*m_database, target, columns).Insert(values);
+    }
+    bool Delete(const UpdateTarget& target, const std::vector<ColumnDesc>& columns, const SourceRow& row) override {
+        return RowWriter(*m_database, target, columns).Delete(row);
+    }
+    std::optional<SourceRow> Reload(const UpdateTarget& target, const std::vector<ColumnDesc>& columns,
+                                    const SourceRow& row) override {
+        return RowWriter(*m_database, target, columns).Reload(row);
+    }
+
+private:
+    std::shared_ptr<Database> m_database;
+};
+
+}  // namespace zel::provider

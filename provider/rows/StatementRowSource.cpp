@@ -1,10 +1,11 @@
 #include "provider/rows/StatementRowSource.h"
 
 #include "provider/errors/Errors.h"
+#include "provider/sqlite/SqliteErrors.h"
 #include "provider/text/SqlText.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -181,4 +182,4 @@ void StatementRowSource::FindUpdateTarget() {
     m_target = std::move(target);
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

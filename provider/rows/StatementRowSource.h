@@ -9,7 +9,7 @@
 #include "provider/rows/RowSource.h"
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // The value in column `column` of the row `statement` is on, in the storage class SQLite gives it.
 Cell ColumnCell(sqlite3_stmt* statement, int column);
@@ -38,4 +38,4 @@ private:
     bool m_onRow = false;  // the statement stands on a row whose cells are not read yet
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -6,56 +6,9 @@
 #include "provider/schema/SchemaRowsetBuilders.h"
 #include "provider/values/TypeMapping.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
-
-constexpr bool kNull = true;
-constexpr bool kNotNull = false;
-
-enum ProviderTypesColumn : size_t {
-    kTypeName = 0,
-    kDataType = 1,
-    kColumnSize = 2,
-    kLiteralPrefix = 3,
-    kLiteralSuffix = 4,
-    kCreateParams = 5,
-    kIsNullable = 6,
-    kCaseSensitive = 7,
-    kSearchable = 8,
-    kUnsigned = 9,
-    kFixedPrecScale = 10,
-    kAutoUnique = 11,
-    kMinimumScale = 13,
-    kMaximumScale = 14,
-    kIsLong = 18,
-    kBestMatch = 19,
-    kIsFixedLength = 20,
-};
-
-const SchemaColumn kProviderTypesColumns[] = {
-    {L"TYPE_NAME", DBTYPE_WSTR, kNotNull},
-    {L"DATA_TYPE", DBTYPE_UI2, kNotNull},
-    {L"COLUMN_SIZE", DBTYPE_UI4, kNull},
-    {L"LITERAL_PREFIX", DBTYPE_WSTR, kNull},
-    {L"LITERAL_SUFFIX", DBTYPE_WSTR, kNull},
-    {L"CREATE_PARAMS", DBTYPE_WSTR, kNull},
-    {L"IS_NULLABLE", DBTYPE_BOOL, kNotNull},
-    {L"CASE_SENSITIVE", DBTYPE_BOOL, kNotNull},
-    {L"SEARCHABLE", DBTYPE_UI4, kNotNull},
-    {L"UNSIGNED_ATTRIBUTE", DBTYPE_BOOL, kNull},
-    {L"FIXED_PREC_SCALE", DBTYPE_BOOL, kNotNull},
-    {L"AUTO_UNIQUE_VALUE", DBTYPE_BOOL, kNotNull},
-    {L"LOCAL_TYPE_NAME", DBTYPE_WSTR, kNull},
-    {L"MINIMUM_SCALE", DBTYPE_I2, kNull},
-    {L"MAXIMUM_SCALE", DBTYPE_I2, kNull},
-    {L"GUID", DBTYPE_GUID, kNull},
-    {L"TYPELIB", DBTYPE_WSTR, kNull},
-    {L"VERSION", DBTYPE_WSTR, kNull},
-    {L"IS_LONG", DBTYPE_BOOL, kNotNull},
-    {L"BEST_MATCH", DBTYPE_BOOL, kNotNull},
-    {L"IS_FIXEDLENGTH", DBTYPE_BOOL, kNotNull},
-};
 
 struct ProviderType {
     const wchar_t* name;
@@ -139,4 +92,4 @@ std::unique_ptr<RowSource> ProviderTypesRowset(const std::shared_ptr<Database>& 
     return MakeSchemaRowSource(kProviderTypesColumns, std::move(rows));
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -5,127 +5,9 @@
 #include "provider/schema/SqliteCatalog.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
-
-constexpr bool kNull = true;
-constexpr bool kNotNull = false;
-
-// TABLES, sorted by TABLE_TYPE, TABLE_CATALOG, TABLE_SCHEMA, TABLE_NAME.
-enum TablesColumn : size_t { kTablesName = 2, kTablesType = 3 };
-const SchemaColumn kTablesColumns[] = {
-    {L"TABLE_CATALOG", DBTYPE_WSTR, kNull},  {L"TABLE_SCHEMA", DBTYPE_WSTR, kNull},
-    {L"TABLE_NAME", DBTYPE_WSTR, kNotNull},  {L"TABLE_TYPE", DBTYPE_WSTR, kNotNull},
-    {L"TABLE_GUID", DBTYPE_GUID, kNull},     {L"DESCRIPTION", DBTYPE_WSTR, kNull},
-    {L"TABLE_PROPID", DBTYPE_UI4, kNull},    {L"DATE_CREATED", DBTYPE_DATE, kNull},
-    {L"DATE_MODIFIED", DBTYPE_DATE, kNull},
-};
-
-// COLUMNS, sorted by TABLE_CATALOG, TABLE_SCHEMA, TABLE_NAME and within a table by ordinal.
-enum ColumnsColumn : size_t {
-    kColumnsTable = 2,
-    kColumnsName = 3,
-    kColumnsOrdinal = 6,
-    kColumnsHasDefault = 7,
-    kColumnsDefault = 8,
-    kColumnsFlags = 9,
-    kColumnsIsNullable = 10,
-    kColumnsDataType = 11,
-    kColumnsMaximumLength = 13,
-    kColumnsOctetLength = 14,
-    kColumnsPrecision = 15,
-    kColumnsScale = 16,
-    kColumnsDatetimePrecision = 17,
-    kColumnsDescription = 27,
-};
-const SchemaColumn kColumnsColumns[] = {
-    {L"TABLE_CATALOG", DBTYPE_WSTR, kNull},
-    {L"TABLE_SCHEMA", DBTYPE_WSTR, kNull},
-    {L"TABLE_NAME", DBTYPE_WSTR, kNotNull},
-    {L"COLUMN_NAME", DBTYPE_WSTR, kNull},
-    {L"COLUMN_GUID", DBTYPE_GUID, kNull},
-    {L"COLUMN_PROPID", DBTYPE_UI4, kNull},
-    {L"ORDINAL_POSITION", DBTYPE_UI4, kNull},
-    {L"COLUMN_HASDEFAULT", DBTYPE_BOOL, kNotNull},
-    {L"COLUMN_DEFAULT", DBTYPE_WSTR, kNull},
-    {L"COLUMN_FLAGS", DBTYPE_UI4, kNotNull},
-    {L"IS_NULLABLE", DBTYPE_BOOL, kNotNull},
-    {L"DATA_TYPE", DBTYPE_UI2, kNotNull},
-    {L"TYPE_GUID", DBTYPE_GUID, kNull},
-    {L"CHARACTER_MAXIMUM_LENGTH", DBTYPE_UI4, kNull},
-    {L"CHARACTER_OCTET_LENGTH", DBTYPE_UI4, kNull},
-    {L"NUMERIC_PRECISION", DBTYPE_UI2, kNull},
-    {L"NUMERIC_SCALE", DBTYPE_I2, kNull},
-    {L"DATETIME_PRECISION", DBTYPE_UI4, kNull},
-    {L"CHARACTER_SET_CATALOG", DBTYPE_WSTR, kNull},
-    {L"CHARACTER_SET_SCHEMA", DBTYPE_WSTR, kNull},
-    {L"CHARACTER_SET_NAME", DBTYPE_WSTR, kNull},
-    {L"COLLATION_CATALOG", DBTYPE_WSTR, kNull},
-    {L"COLLATION_SCHEMA", DBTYPE_WSTR, kNull},
-    {L"COLLATION_NAME", DBTYPE_WSTR, kNull},
-    {L"DOMAIN_CATALOG", DBTYPE_WSTR, kNull},
-    {L"DOMAIN_SCHEMA", DBTYPE_WSTR, kNull},
-    {L"DOMAIN_NAME", DBTYPE_WSTR, kNull},
-    {L"DESCRIPTION", DBTYPE_WSTR, kNull},
-};
-
-// INDEXES: one row per key column, sorted by UNIQUE (unique indexes first), TYPE,
-// INDEX_CATALOG, INDEX_SCHEMA, INDEX_NAME and ORDINAL_POSITION (and by table where the
-// synthesized name of rowid keys repeats).
-enum IndexesColumn : size_t {
-    kIndexesTable = 2,
-    kIndexesName = 5,
-    kIndexesPrimaryKey = 6,
-    kIndexesUnique = 7,
-    kIndexesClustered = 8,
-    kIndexesType = 9,
-    kIndexesNulls = 12,
-    kIndexesSortBookmarks = 13,
-    kIndexesAutoUpdate = 14,
-    kIndexesNullCollation = 15,
-    kIndexesOrdinal = 16,
-    kIndexesColumnName = 17,
-    kIndexesCollation = 20,
-    kIndexesIntegrated = 24,
-};
-const SchemaColumn kIndexesColumns[] = {
-    {L"TABLE_CATALOG", DBTYPE_WSTR, kNull},
-    {L"TABLE_SCHEMA", DBTYPE_WSTR, kNull},
-    {L"TABLE_NAME", DBTYPE_WSTR, kNotNull},
-    {L"INDEX_CATALOG", DBTYPE_WSTR, kNull},
-    {L"INDEX_SCHEMA", DBTYPE_WSTR, kNull},
-    {L"INDEX_NAME", DBTYPE_WSTR, kNotNull},
-    {L"PRIMARY_KEY", DBTYPE_BOOL, kNotNull},
-    {L"UNIQUE", DBTYPE_BOOL, kNotNull},
-    {L"CLUSTERED", DBTYPE_BOOL, kNotNull},
-    {L"TYPE", DBTYPE_UI2, kNotNull},
-    {L"FILL_FACTOR", DBTYPE_I4, kNull},
-    {L"INITIAL_SIZE", DBTYPE_I4, kNull},
-    {L"NULLS", DBTYPE_I4, kNotNull},
-    {L"SORT_BOOKMARKS", DBTYPE_BOOL, kNotNull},
-    {L"AUTO_UPDATE", DBTYPE_BOOL, kNotNull},
-    {L"NULL_COLLATION", DBTYPE_I4, kNotNull},
-    {L"ORDINAL_POSITION", DBTYPE_UI4, kNotNull},
-    {L"COLUMN_NAME", DBTYPE_WSTR, kNull},
-    {L"COLUMN_GUID", DBTYPE_GUID, kNull},
-    {L"COLUMN_PROPID", DBTYPE_UI4, kNull},
-    {L"COLLATION", DBTYPE_I2, kNotNull},
-    {L"CARDINALITY", DBTYPE_UI8, kNull},
-    {L"PAGES", DBTYPE_I4, kNull},
-    {L"FILTER_CONDITION", DBTYPE_WSTR, kNull},
-    {L"INTEGRATED", DBTYPE_BOOL, kNotNull},
-};
-
-// PRIMARY_KEYS: one row per key column, sorted by TABLE_CATALOG, TABLE_SCHEMA, TABLE_NAME
-// (and by ORDINAL within a key).
-enum PrimaryKeysColumn : size_t { kKeysTable = 2, kKeysColumn = 3, kKeysOrdinal = 6, kKeysName = 7 };
-const SchemaColumn kPrimaryKeysColumns[] = {
-    {L"TABLE_CATALOG", DBTYPE_WSTR, kNull}, {L"TABLE_SCHEMA", DBTYPE_WSTR, kNull},
-    {L"TABLE_NAME", DBTYPE_WSTR, kNotNull}, {L"COLUMN_NAME", DBTYPE_WSTR, kNotNull},
-    {L"COLUMN_GUID", DBTYPE_GUID, kNull},   {L"COLUMN_PROPID", DBTYPE_UI4, kNull},
-    {L"ORDINAL", DBTYPE_UI4, kNotNull},     {L"PK_NAME", DBTYPE_WSTR, kNotNull},
-};
 
 const wchar_t* TypeName(TableKind kind) {
     switch (kind) {
@@ -150,28 +32,15 @@ std::vector<CatalogTable> TablesNamed(SqliteCatalog& catalog, const Restriction&
     return tables;
 }
 
-// Sizes, precision and scale of a column as the COLUMNS rowset gives them, from the same
-// type the column's rowsets report.
-void FillTypeCells(const ColumnType& type, SourceRow& row) {
-    row.cells[kColumnsDataType] = NumberCell(type.type);
-    const bool isLong = (type.flags & DBCOLUMNFLAGS_ISLONG) || type.size == kLongColumnSize;
-    if (type.type == DBTYPE_WSTR || type.type == DBTYPE_STR || type.type == DBTYPE_BYTES) {
-        // Long columns have no maximum length: zero.
-        const std::int64_t characters = isLong ? 0 : static_cast<std::int64_t>(type.size);
-        row.cells[kColumnsMaximumLength] = NumberCell(characters);
-        row.cells[kColumnsOctetLength] = NumberCell(type.type == DBTYPE_WSTR ? characters * 2 : characters);
-    }
-    if (HasNumericPrecision(type.type) && type.precision != kNoPrecision)
-        row.cells[kColumnsPrecision] = NumberCell(type.precision);
-    if ((type.type == DBTYPE_DECIMAL || type.type == DBTYPE_NUMERIC) && type.scale != kNoPrecision)
-        row.cells[kColumnsScale] = NumberCell(type.scale);
-    // Dates are kept to the second.
-    if (type.type == DBTYPE_DATE || type.type == DBTYPE_DBDATE || type.type == DBTYPE_DBTIME ||
-        type.type == DBTYPE_DBTIMESTAMP)
-        row.cells[kColumnsDatetimePrecision] = NumberCell(0);
+}  // namespace
+
+bool NameMatches(const Restriction& restriction, std::wstring_view name) {
+    return !restriction.present || EqualsNoCase(restriction.text, name);
 }
 
-}  // namespace
+bool RestrictsCatalog(const Restriction& catalog, const Restriction& schema) {
+    return catalog.present || schema.present;
+}
 
 std::unique_ptr<RowSource> TablesRowset(const std::shared_ptr<Database>& database, const Restrictions& r) {
     std::vector<SourceRow> rows;
@@ -284,4 +153,14 @@ std::unique_ptr<RowSource> PrimaryKeysRowset(const std::shared_ptr<Database>& da
     return MakeSchemaRowSource(kPrimaryKeysColumns, std::move(rows));
 }
 
-}  // namespace zel::lite
+std::unique_ptr<RowSource> SqliteSchemaRows(const SchemaRequest& request, const std::shared_ptr<Database>& database) {
+    const GUID& schema = request.schema();
+    const Restrictions& r = request.restrictions();
+    if (schema == DBSCHEMA_TABLES) return TablesRowset(database, r);
+    if (schema == DBSCHEMA_COLUMNS) return ColumnsRowset(database, r);
+    if (schema == DBSCHEMA_INDEXES) return IndexesRowset(database, r);
+    if (schema == DBSCHEMA_PRIMARY_KEYS) return PrimaryKeysRowset(database, r);
+    return ProviderTypesRowset(database, r);
+}
+
+}  // namespace zel::provider

@@ -5,16 +5,14 @@
 #include <string>
 
 #include "provider/errors/Errors.h"
-#include "provider/schema/SchemaRowsetBuilders.h"
+#include "provider/schema/SchemaLayouts.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
 enum class RestrictionType { Text, UnsignedShort, Boolean };
-
-using Builder = std::unique_ptr<RowSource> (*)(const std::shared_ptr<Database>&, const Restrictions&);
 
 constexpr RestrictionType kText = RestrictionType::Text;
 const RestrictionType kTablesRestrictions[] = {kText, kText, kText, kText};     // catalog, schema, name, type
@@ -26,15 +24,11 @@ const RestrictionType kPrimaryKeysRestrictions[] = {kText, kText, kText};       
 const RestrictionType kProviderTypesRestrictions[] = {RestrictionType::UnsignedShort,  // data type
                                                       RestrictionType::Boolean};       // best match
 
-// A text column is never reported narrower than this.
-constexpr DBLENGTH kMinimumTextWidth = 128;
-
 }  // namespace
 
 struct SchemaEntry {
     const GUID* schema;
     std::span<const RestrictionType> restrictions;
-    Builder build;
 };
 
 struct SchemaRestrictionValues {
@@ -47,11 +41,11 @@ using Entry = SchemaEntry;
 
 // Every restriction column of every schema is applied, so each mask has all its bits set.
 const Entry kEntries[] = {
-    {&DBSCHEMA_TABLES, kTablesRestrictions, &TablesRowset},
-    {&DBSCHEMA_COLUMNS, kColumnsRestrictions, &ColumnsRowset},
-    {&DBSCHEMA_INDEXES, kIndexesRestrictions, &IndexesRowset},
-    {&DBSCHEMA_PRIMARY_KEYS, kPrimaryKeysRestrictions, &PrimaryKeysRowset},
-    {&DBSCHEMA_PROVIDER_TYPES, kProviderTypesRestrictions, &ProviderTypesRowset},
+    {&DBSCHEMA_TABLES, kTablesRestrictions},
+    {&DBSCHEMA_COLUMNS, kColumnsRestrictions},
+    {&DBSCHEMA_INDEXES, kIndexesRestrictions},
+    {&DBSCHEMA_PRIMARY_KEYS, kPrimaryKeysRestrictions},
+    {&DBSCHEMA_PROVIDER_TYPES, kProviderTypesRestrictions},
 };
 
 bool IntegerValue(const VARIANT& value, long long* out) {
@@ -117,7 +111,7 @@ SchemaRequest::SchemaRequest(REFGUID schema, ULONG restrictionCount, const VARIA
     : m_entry(nullptr), m_values(std::make_unique<SchemaRestrictionValues>()) {
     for (const Entry& entry : kEntries)
         if (*entry.schema == schema) m_entry = &entry;
-    if (!m_entry) Fail(E_INVALIDARG, L"ZelLite does not offer the schema rowset asked for.");
+    if (!m_entry) Fail(E_INVALIDARG, L"The provider does not offer the schema rowset asked for.");
     if (restrictionCount > m_entry->restrictions.size())
         Fail(E_INVALIDARG, L"The schema rowset has " + std::to_wstring(m_entry->restrictions.size()) +
                                L" restriction columns; " + std::to_wstring(restrictionCount) + L" values were given.");
@@ -129,69 +123,8 @@ SchemaRequest::SchemaRequest(REFGUID schema, ULONG restrictionCount, const VARIA
 
 SchemaRequest::~SchemaRequest() = default;
 
-std::unique_ptr<RowSource> SchemaRequest::Rows(const std::shared_ptr<Database>& database) const {
-    return m_entry->build(database, m_values->restrictions);
-}
+const GUID& SchemaRequest::schema() const noexcept { return *m_entry->schema; }
 
-std::unique_ptr<RowSource> MakeSchemaRowSource(std::span<const SchemaColumn> columns, std::vector<SourceRow> rows) {
-    std::vector<ColumnDesc> descs;
-    for (size_t i = 0; i < columns.size(); ++i) {
-        const SchemaColumn& column = columns[i];
-        ColumnDesc desc;
-        desc.name = column.name;
-        if (column.type == DBTYPE_WSTR) {
-            DBLENGTH width = kMinimumTextWidth;
-            for (const SourceRow& row : rows) width = std::max<DBLENGTH>(width, CellText(row.cells[i]).size());
-            desc.type = ColumnType{};
-            desc.type.type = DBTYPE_WSTR;
-            desc.type.size = width;
-        } else {
-            desc.type = FixedType(column.type);
-        }
-        desc.flags = desc.type.flags;
-        if (column.nullable) desc.flags |= DBCOLUMNFLAGS_MAYBENULL | DBCOLUMNFLAGS_ISNULLABLE;
-        descs.push_back(std::move(desc));
-    }
-    return std::make_unique<MemoryRowSource>(std::move(descs), std::move(rows));
-}
+const Restrictions& SchemaRequest::restrictions() const noexcept { return m_values->restrictions; }
 
-SourceRow EmptyRow(size_t count) {
-    SourceRow row;
-    row.cells.resize(count);
-    return row;
-}
-
-bool NameMatches(const Restriction& restriction, std::wstring_view name) {
-    return !restriction.present || EqualsNoCase(restriction.text, name);
-}
-
-bool RestrictsCatalog(const Restriction& catalog, const Restriction& schema) {
-    return catalog.present || schema.present;
-}
-
-int CompareNames(std::wstring_view a, std::wstring_view b) {
-    auto fold = [](wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; };
-    const size_t n = std::min(a.size(), b.size());
-    for (size_t i = 0; i < n; ++i) {
-        wchar_t x = fold(a[i]), y = fold(b[i]);
-        if (x != y) return x < y ? -1 : 1;
-    }
-    if (a.size() != b.size()) return a.size() < b.size() ? -1 : 1;
-    return a.compare(b);
-}
-
-bool HasNumericPrecision(DBTYPE type) noexcept {
-    switch (type) {
-    case DBTYPE_I1: case DBTYPE_I2: case DBTYPE_I4: case DBTYPE_I8:
-    case DBTYPE_UI1: case DBTYPE_UI2: case DBTYPE_UI4: case DBTYPE_UI8:
-    case DBTYPE_R4: case DBTYPE_R8: case DBTYPE_CY: case DBTYPE_DECIMAL: case DBTYPE_NUMERIC: return true;
-    default: return false;
-    }
-}
-
-std::wstring_view CellText(const Cell& cell) {
-    if (const auto* text = std::get_if<std::wstring>(&cell)) return *text;
-    return {};
-}
-
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -1,17 +1,7 @@
-// ZelLite's schema rowsets (IDBSchemaRowset): TABLES, COLUMNS, INDEXES, PRIMARY_KEYS and
-// PROVIDER_TYPES, each with every standard column in its standard ordinal and type, so that a
-// consumer binding by ordinal reads the right values. Rows are built in memory from SQLite's
-// catalog when the rowset is asked for.
-//
-// SQLite has no catalogs or schemas: TABLE_CATALOG, TABLE_SCHEMA and their kin are NULL, and a
-// non-empty catalog or schema restriction matches nothing. An empty-string, VT_EMPTY or VT_NULL
-// restriction does not restrict. Names, and the table types "TABLE", "VIEW" and "SYSTEM TABLE",
-// match as SQLite matches names (ASCII letters without regard to case).
-//
-// SQLite's own tables are SYSTEM TABLEs: sqlite_master always, sqlite_sequence and sqlite_stat*
-// when the database has them. A primary key appears among the indexes with PRIMARY_KEY true:
-// SQLite's automatic index for a declared key, or, for an INTEGER PRIMARY KEY (the rowid, which
-// has no index), a clustered unique index named "PrimaryKey".
+// The schema rowsets a provider offers (IDBSchemaRowset): TABLES, COLUMNS, INDEXES,
+// PRIMARY_KEYS and PROVIDER_TYPES, each with every standard column in its standard ordinal and
+// type (SchemaLayouts.h), so that a consumer binding by ordinal reads the right values. This
+// file checks a request; each provider builds the rows from its own catalog.
 #pragma once
 
 #include <windows.h>
@@ -20,10 +10,9 @@
 #include <memory>
 #include <vector>
 
-#include "provider/rows/RowSource.h"
-#include "provider/sqlite/Database.h"
+#include "provider/schema/SchemaLayouts.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct SchemaSupport {
     const GUID* schema;
@@ -39,7 +28,7 @@ struct SchemaRestrictionValues;
 // One IDBSchemaRowset::GetRowset request, checked: the schema and its restriction values.
 class SchemaRequest {
 public:
-    // Fails (error published) with E_INVALIDARG for a schema ZelLite does not offer, more
+    // Fails (error published) with E_INVALIDARG for a schema the provider does not offer, more
     // restrictions than the schema defines, or a restriction that is not of its column's type
     // (text: VT_BSTR; DATA_TYPE and TYPE: an integer type holding an unsigned 16-bit value;
     // BEST_MATCH: VT_BOOL).
@@ -48,13 +37,13 @@ public:
     SchemaRequest(const SchemaRequest&) = delete;
     SchemaRequest& operator=(const SchemaRequest&) = delete;
 
-    // The rows, sorted in the schema's standard order. Throws (error published) on a database
-    // error. The caller holds the session's lock.
-    std::unique_ptr<RowSource> Rows(const std::shared_ptr<Database>& database) const;
+    const GUID& schema() const noexcept;
+    // One entry per restriction column of the schema, absent beyond those the consumer gave.
+    const Restrictions& restrictions() const noexcept;
 
 private:
     const SchemaEntry* m_entry;
     std::unique_ptr<SchemaRestrictionValues> m_values;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -1,13 +1,14 @@
 #include "provider/schema/SqliteCatalog.h"
 
 #include "provider/errors/Errors.h"
+#include "provider/sqlite/SqliteErrors.h"
 #include "provider/rows/StatementRowSource.h"
 #include "provider/sqlite/MetadataTable.h"
 #include "provider/sqlite/Query.h"
 #include "provider/text/SqlText.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -178,4 +179,4 @@ const std::vector<SqliteCatalog::Description>& SqliteCatalog::Descriptions() {
     return *m_descriptions;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

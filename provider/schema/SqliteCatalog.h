@@ -12,7 +12,7 @@
 #include "provider/rows/RowSource.h"
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 enum class TableKind { Table, View, System };
 
@@ -76,4 +76,4 @@ private:
     std::optional<std::vector<Description>> m_descriptions;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

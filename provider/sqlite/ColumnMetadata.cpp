@@ -7,7 +7,7 @@
 #include "provider/text/Utf.h"
 #include "provider/values/TypeMapping.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -157,4 +157,4 @@ void RebuildTriggers(Database& database, std::wstring_view table) {
     create(L"update", L"BEFORE UPDATE OF " + updateColumns, updateChecks);
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

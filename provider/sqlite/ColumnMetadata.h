@@ -29,7 +29,7 @@
 
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct ColumnMetadata {
     std::wstring column;
@@ -67,4 +67,4 @@ void DropTriggers(Database& database, std::wstring_view table);
 // metadata (none when nothing needs enforcing).
 void RebuildTriggers(Database& database, std::wstring_view table);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -4,9 +4,10 @@
 #include <oledberr.h>
 
 #include "provider/errors/Errors.h"
+#include "provider/sqlite/SqliteErrors.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 std::shared_ptr<Database> Database::Open(const OpenOptions& options) {
     DWORD attributes = GetFileAttributesW(options.path.c_str());
@@ -77,4 +78,4 @@ SqliteStatement Database::TryPrepare(std::wstring_view sql) {
     return statement;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -11,7 +11,7 @@
 
 #include "provider/sqlite/SqliteHandles.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct OpenOptions {
     std::wstring path;        // full path of an existing database file
@@ -52,4 +52,4 @@ private:
     SqliteConnection m_db;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -8,10 +8,11 @@
 
 #include "common/Win32Handles.h"
 #include "provider/errors/Errors.h"
+#include "provider/sqlite/SqliteErrors.h"
 #include "provider/sqlite/SqliteHandles.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -145,4 +146,4 @@ void DeleteDatabaseFile(const std::wstring& path) {
     for (const wchar_t* suffix : {L"-journal", L"-wal", L"-shm"}) DeleteFileW((path + suffix).c_str());
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

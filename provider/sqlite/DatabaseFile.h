@@ -7,7 +7,7 @@
 
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // The absolute, normalized form of `path` (a relative name resolves against the current
 // directory); `path` unchanged when Windows cannot resolve it.
@@ -35,4 +35,4 @@ void WriteCompactedCopy(const OpenOptions& source, const std::wstring& target);
 // open, STG_E_ACCESSDENIED, STG_E_FILENOTFOUND or another Windows error.
 void DeleteDatabaseFile(const std::wstring& path);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -3,7 +3,7 @@
 // string, whether it is fixed-length, and descriptions. The schema rowsets never show it.
 #pragma once
 
-namespace zel::lite {
+namespace zel::provider {
 
 // Name of the metadata table; compared without regard to case, as SQLite compares names.
 inline constexpr wchar_t kMetadataTable[] = L"zel_lite_columns";
@@ -20,4 +20,4 @@ inline constexpr char kMetadataTableDdl[] =
     "description TEXT, "
     "PRIMARY KEY (table_name, column_name))";
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -1,8 +1,9 @@
 #include "provider/sqlite/Query.h"
 
 #include "provider/errors/Errors.h"
+#include "provider/sqlite/SqliteErrors.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 Query::Query(Database& database, std::wstring_view sql)
     : m_database(database), m_sql(sql), m_statement(database.Prepare(sql)) {}
@@ -62,4 +63,4 @@ std::optional<std::int64_t> Query::OptionalInteger(int column) const {
     return Integer(column);
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

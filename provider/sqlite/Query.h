@@ -9,7 +9,7 @@
 
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 class Query {
 public:
@@ -42,4 +42,4 @@ private:
     SqliteStatement m_statement;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

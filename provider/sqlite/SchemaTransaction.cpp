@@ -1,6 +1,6 @@
 #include "provider/sqlite/SchemaTransaction.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -33,4 +33,4 @@ void SchemaTransaction::Commit() {
     m_finished = true;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

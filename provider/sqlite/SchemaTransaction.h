@@ -7,7 +7,7 @@
 
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 class SchemaTransaction {
 public:
@@ -29,4 +29,4 @@ private:
     bool m_finished = false;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -6,7 +6,7 @@
 
 #include "common/UniqueResource.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 inline void CloseConnection(sqlite3* db) noexcept { sqlite3_close_v2(db); }
 inline void FinalizeStatement(sqlite3_stmt* statement) noexcept { sqlite3_finalize(statement); }
@@ -25,4 +25,4 @@ private:
     sqlite3_mutex* m_mutex;
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -5,7 +5,7 @@
 #include "provider/text/SqlText.h"
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 std::optional<std::wstring> FindTable(Database& database, std::wstring_view name) {
     if (EqualsNoCase(name, kMetadataTable)) return std::nullopt;
@@ -152,4 +152,4 @@ bool TableHasRows(Database& database, std::wstring_view table) {
     return rows.Step();
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -10,7 +10,7 @@
 
 #include "provider/sqlite/Database.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct StoredColumn {
     std::wstring name;
@@ -64,4 +64,4 @@ std::int64_t NextSqliteAutoIncrementValue(Database& database, std::wstring_view 
 
 bool TableHasRows(Database& database, std::wstring_view table);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

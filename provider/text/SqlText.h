@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace detail {
 
@@ -27,4 +27,4 @@ inline std::wstring QuoteName(std::wstring_view name) { return detail::Enclose(n
 // Text as an SQL string literal: 'it''s'.
 inline std::wstring QuoteText(std::wstring_view text) { return detail::Enclose(text, L'\''); }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -6,7 +6,7 @@
 
 #include "common/ComError.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 std::string ToUtf8(std::wstring_view text) {
     if (text.empty()) return {};
@@ -57,4 +57,4 @@ size_t FindUnpairedSurrogate(std::wstring_view text) noexcept {
     return std::wstring_view::npos;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace zel::lite {
+namespace zel::provider {
 
 std::string ToUtf8(std::wstring_view text);
 std::wstring FromUtf8(std::string_view text);
@@ -14,4 +14,4 @@ std::wstring Trim(std::wstring_view text);
 // Position of the first surrogate that is not half of a pair; npos when the text is valid UTF-16.
 size_t FindUnpairedSurrogate(std::wstring_view text) noexcept;
 
-}  // namespace zel::lite
+}  // namespace zel::provider

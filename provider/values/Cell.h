@@ -9,7 +9,7 @@
 #include <variant>
 #include <vector>
 
-namespace zel::lite {
+namespace zel::provider {
 
 using Bytes = std::vector<BYTE>;
 // NULL, INTEGER, REAL, TEXT (held as UTF-16), BLOB.
@@ -30,4 +30,4 @@ struct SourceRow {
     std::optional<std::int64_t> rowid;    // the base table's rowid when the source knows it
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -9,7 +9,7 @@
 
 #include "provider/values/TypeMapping.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct ColumnDesc {
     std::wstring name;
@@ -20,4 +20,4 @@ struct ColumnDesc {
     bool writable = false;        // a column of the rowset's update target
 };
 
-}  // namespace zel::lite
+}  // namespace zel::provider

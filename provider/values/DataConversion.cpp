@@ -13,7 +13,7 @@
 #include "provider/text/Utf.h"
 #include "provider/values/DecimalText.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -659,4 +659,4 @@ void WriteEmptyValue(const BindingTarget& target, void* out) noexcept {
     if (size) std::memset(out, 0, size);
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

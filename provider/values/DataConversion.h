@@ -12,7 +12,7 @@
 
 #include "provider/values/ValueReader.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // Whether a value of type `from` can be delivered as (or taken from) type `to`; `to` may carry
 // DBTYPE_BYREF for STR, WSTR and BYTES. Used for accessor validation and IConvertType.
@@ -93,4 +93,4 @@ void WriteEmptyValue(const BindingTarget& target, void* out) noexcept;
 // The text form of a value, as WSTR conversions deliver it.
 std::wstring ValueAsText(const Scalar& value, const ColumnType& column);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

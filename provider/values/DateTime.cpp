@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cwchar>
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -152,4 +152,4 @@ bool OleDateToTimestamp(DATE value, Timestamp* out) noexcept {
     return t.year >= 100 && t.year <= 9999;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace zel::lite {
+namespace zel::provider {
 
 struct Timestamp {
     int year = 1899, month = 12, day = 30;
@@ -31,4 +31,4 @@ bool OleDateToTimestamp(DATE value, Timestamp* out) noexcept;
 // SQLite's numeric dates are Julian day numbers.
 inline constexpr double kJulianDayOfOleZero = 2415018.5;
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -271,4 +271,4 @@ int DecimalDigits(const DECIMAL& value) {
     return digits;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace zel::lite {
+namespace zel::provider {
 
 // Parses "[-+]digits[.digits][e[-+]digits]". Digits beyond DECIMAL's 28-29 are rounded away
 // from the fraction; false for malformed text or a value too large for DECIMAL.
@@ -31,4 +31,4 @@ bool NumericToDecimal(const DB_NUMERIC& value, DECIMAL* out);
 // Number of significant digits of the mantissa (at least 1).
 int DecimalDigits(const DECIMAL& value);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

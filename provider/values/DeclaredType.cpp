@@ -6,7 +6,7 @@
 
 #include "provider/text/Utf.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -165,4 +165,4 @@ DeclaredType ResolveDeclaredType(const TypeRequest& request) {
     return FromOleDbType(request);
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

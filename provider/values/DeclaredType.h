@@ -11,7 +11,7 @@
 
 #include "provider/values/TypeMapping.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // Text and binary sizes above this are long (unbounded) columns.
 inline constexpr DBLENGTH kLargestSizedColumn = 100000000;
@@ -42,4 +42,4 @@ DeclaredType ResolveDeclaredType(const TypeRequest& request);
 
 bool IsIntegerType(DBTYPE type) noexcept;
 
-}  // namespace zel::lite
+}  // namespace zel::provider

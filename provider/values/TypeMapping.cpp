@@ -3,7 +3,7 @@
 #include <cwctype>
 #include <string>
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -172,4 +172,4 @@ ColumnType TypeFromValue(const Cell& value) {
     }
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

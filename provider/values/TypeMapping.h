@@ -10,7 +10,7 @@
 
 #include "provider/values/Cell.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 // Column size of long (unbounded) text and binary columns.
 inline constexpr DBLENGTH kLongColumnSize = ~DBLENGTH{0};
@@ -37,4 +37,4 @@ ColumnType TypeFromValue(const Cell& value);
 // The fixed-size types' size, precision for numeric ones, and flags; used by both functions.
 ColumnType FixedType(DBTYPE type);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -9,7 +9,7 @@
 #include "provider/text/Utf.h"
 #include "provider/values/DecimalText.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -211,4 +211,4 @@ Scalar ReadValue(const Cell& cell, const ColumnType& column) {
     }
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

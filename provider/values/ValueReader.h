@@ -14,7 +14,7 @@
 #include "provider/values/DateTime.h"
 #include "provider/values/TypeMapping.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 enum class ScalarKind { Null, Integer, Real, Decimal, Boolean, DateTime, Guid, Text, Binary };
 
@@ -40,4 +40,4 @@ bool ParseReal(std::wstring_view text, double* out);
 bool ParseBoolean(std::wstring_view text, bool* out);
 bool ParseGuid(std::wstring_view text, GUID* out);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

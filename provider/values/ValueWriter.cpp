@@ -10,7 +10,7 @@
 #include "provider/values/DecimalText.h"
 #include "provider/values/ValueReader.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 namespace {
 
@@ -333,4 +333,4 @@ WriteValue ReadConsumerValue(const DBBINDING& b, void* data, const ColumnDesc& c
     return result;
 }
 
-}  // namespace zel::lite
+}  // namespace zel::provider

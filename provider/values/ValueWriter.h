@@ -10,7 +10,7 @@
 #include "provider/values/Cell.h"
 #include "provider/values/ColumnDesc.h"
 
-namespace zel::lite {
+namespace zel::provider {
 
 enum class WriteAction { Store, Skip, UseDefault };
 
@@ -24,4 +24,4 @@ struct WriteValue {
 // released, as OLE DB asks of the provider.
 WriteValue ReadConsumerValue(const DBBINDING& b, void* data, const ColumnDesc& column);
 
-}  // namespace zel::lite
+}  // namespace zel::provider

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <limits>
 
-using namespace zel::lite;
+using namespace zel::provider;
 
 namespace {
 

@@ -296,11 +296,11 @@ TEST_F(SchemaRowsets, AViewOverADroppedTableHasNoColumnsButIsStillListed) {
 
 TEST_F(SchemaRowsets, TheMetadataTableNeverAppearsAndItsDescriptionsDo) {
     c.Run(L"CREATE TABLE parts (id INTEGER PRIMARY KEY, title TEXT(40))");
-    c.Run(std::wstring(zel::lite::kMetadataTableDdl, zel::lite::kMetadataTableDdl +
-                                                          strlen(zel::lite::kMetadataTableDdl)));
+    c.Run(std::wstring(zel::provider::kMetadataTableDdl, zel::provider::kMetadataTableDdl +
+                                                          strlen(zel::provider::kMetadataTableDdl)));
     c.Run(L"INSERT INTO zel_lite_columns (table_name, column_name, description) VALUES ('PARTS', 'Title', "
           L"'What the part is called')");
-    for (const auto& name : Texts(DBSCHEMA_TABLES, 3)) EXPECT_NE(std::wstring(zel::lite::kMetadataTable), name);
+    for (const auto& name : Texts(DBSCHEMA_TABLES, 3)) EXPECT_NE(std::wstring(zel::provider::kMetadataTable), name);
     EXPECT_TRUE(Rows(DBSCHEMA_TABLES, Restrict({{}, {}, L"zel_lite_columns"})).empty());
     EXPECT_TRUE(Rows(DBSCHEMA_COLUMNS, Restrict({{}, {}, L"ZEL_LITE_COLUMNS"})).empty());
     for (const auto& row : Rows(DBSCHEMA_COLUMNS)) EXPECT_NE(L"zel_lite_columns", row.Text(3));

@@ -208,7 +208,7 @@ HRESULT SetDataSourceName(IUnknown* dataSource, BSTR name) {
 }
 
 HRESULT NewDataSource(ComPtr<IDBInitialize>& out) {
-    return zel::lite::DataSource::CreateInstance(nullptr, IID_IDBInitialize, out.put_void());
+    return zel::provider::DataSource::CreateInstance(nullptr, IID_IDBInitialize, out.put_void());
 }
 
 HRESULT OpenDataSource(RunState& r) {
