@@ -20,7 +20,6 @@
 #include <string>
 #include <vector>
 
-#include "provider/sqlite/Database.h"
 #include "provider/values/TypeMapping.h"
 
 namespace zel::provider {
@@ -56,19 +55,5 @@ struct ColumnDefinition {
     // zero-length strings, as every column made by SQL does.
     bool AllowsZeroLength() const noexcept { return allowZeroLength.value_or(true); }
 };
-
-// Decides how each identity column is numbered and adjusts its declared type for it (see above).
-void ChooseIdentityNumbering(std::vector<ColumnDefinition>& columns);
-
-// The column's definition inside CREATE TABLE or ALTER TABLE ADD COLUMN. `inlineKey`: the
-// column is the table's only primary-key column and carries PRIMARY KEY itself (SQLite's
-// AUTOINCREMENT needs that); other keys are a table constraint (PrimaryKeyClause).
-std::wstring ColumnDeclarationSql(const ColumnDefinition& column, bool inlineKey);
-// ", PRIMARY KEY (...)" for the key columns in column order, or nothing.
-std::wstring PrimaryKeyClause(const std::vector<ColumnDefinition>& columns);
-
-// The definitions of a table's columns in ordinal order, from SQLite's catalog and the provider's
-// metadata rows.
-std::vector<ColumnDefinition> ReadColumnDefinitions(Database& database, const std::wstring& table);
 
 }  // namespace zel::provider

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "provider/ddl/ColumnDefinition.h"
+#include "provider/ddl/SqliteDefinitions.h"
 #include "provider/sqlite/Database.h"
 
 namespace zel::provider {

@@ -26,7 +26,6 @@
 #include <vector>
 
 #include "provider/ddl/ColumnDefinition.h"
-#include "provider/sqlite/Database.h"
 
 namespace zel::provider {
 
@@ -40,9 +39,6 @@ struct TableConstraint {
     DBUPDELRULE deleteRule = DBUPDELRULE_NOACTION;
     DBMATCHTYPE matchType = DBMATCHTYPE_NONE;
 };
-
-// The primary key, the UNIQUE constraints and the foreign keys of a table.
-std::vector<TableConstraint> ReadConstraints(Database& database, const std::wstring& table);
 
 struct TableDefinitionOut {
     DBORDINAL* columnCount = nullptr;

@@ -10,6 +10,7 @@
 #include "provider/ddl/IndexDdl.h"
 #include "provider/ddl/NameIds.h"
 #include "provider/ddl/TableDdl.h"
+#include "provider/ddl/SqliteDefinitions.h"
 #include "provider/ddl/TableDefinitionOutput.h"
 #include "provider/errors/Errors.h"
 #include "provider/objects/Session.h"

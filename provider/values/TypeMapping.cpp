@@ -63,14 +63,17 @@ ColumnType Sized(DBTYPE type, DBLENGTH size, DBCOLUMNFLAGS flags = 0) {
     return t;
 }
 
-ColumnType Text(DBLENGTH size, bool fixed) {
+
+}  // namespace
+
+ColumnType TextType(DBLENGTH size, bool fixed) {
     return Sized(DBTYPE_WSTR, size, fixed ? DBCOLUMNFLAGS_ISFIXEDLENGTH : 0);
 }
-ColumnType LongText() { return Sized(DBTYPE_WSTR, kLongColumnSize, DBCOLUMNFLAGS_ISLONG); }
-ColumnType Binary(DBLENGTH size) { return Sized(DBTYPE_BYTES, size); }
-ColumnType LongBinary() { return Sized(DBTYPE_BYTES, kLongColumnSize, DBCOLUMNFLAGS_ISLONG); }
+ColumnType LongTextType() { return Sized(DBTYPE_WSTR, kLongColumnSize, DBCOLUMNFLAGS_ISLONG); }
+ColumnType BinaryType(DBLENGTH size) { return Sized(DBTYPE_BYTES, size); }
+ColumnType LongBinaryType() { return Sized(DBTYPE_BYTES, kLongColumnSize, DBCOLUMNFLAGS_ISLONG); }
 
-ColumnType Decimal(int precision, int scale) {
+ColumnType DecimalType(int precision, int scale) {
     ColumnType t = FixedType(DBTYPE_DECIMAL);
     if (precision < 1 || precision > 28) precision = 18;
     if (scale < 0) scale = 0;
@@ -79,8 +82,6 @@ ColumnType Decimal(int precision, int scale) {
     t.scale = static_cast<BYTE>(scale);
     return t;
 }
-
-}  // namespace
 
 ColumnType FixedType(DBTYPE type) {
     ColumnType t;
@@ -112,7 +113,7 @@ ColumnType MapDeclaredType(std::wstring_view declared) {
     Declaration d = Parse(declared);
     const std::wstring& n = d.name;
     if (n.empty()) {
-        ColumnType unknown = Text(kExpressionTextSize, false);
+        ColumnType unknown = TextType(kExpressionTextSize, false);
         unknown.known = false;
         return unknown;
     }
@@ -124,37 +125,37 @@ ColumnType MapDeclaredType(std::wstring_view declared) {
     if (Is(n, {L"SINGLE", L"REAL", L"FLOAT4", L"IEEESINGLE"})) return FixedType(DBTYPE_R4);
     if (Is(n, {L"DOUBLE", L"FLOAT", L"FLOAT8", L"DOUBLE PRECISION", L"IEEEDOUBLE", L"NUMBER"})) return FixedType(DBTYPE_R8);
     if (Is(n, {L"CURRENCY", L"MONEY", L"SMALLMONEY"})) return FixedType(DBTYPE_CY);
-    if (Is(n, {L"DECIMAL", L"NUMERIC", L"DEC"})) return Decimal(d.args[0] < 0 ? 18 : d.args[0], d.args[1] < 0 ? 0 : d.args[1]);
+    if (Is(n, {L"DECIMAL", L"NUMERIC", L"DEC"})) return DecimalType(d.args[0] < 0 ? 18 : d.args[0], d.args[1] < 0 ? 0 : d.args[1]);
     if (Is(n, {L"BIT", L"YESNO", L"BOOLEAN", L"BOOL", L"LOGICAL"})) return FixedType(DBTYPE_BOOL);
     if (Is(n, {L"DATETIME", L"DATE", L"TIME", L"TIMESTAMP", L"SMALLDATETIME"})) return FixedType(DBTYPE_DATE);
     if (Is(n, {L"GUID", L"UNIQUEIDENTIFIER", L"UUID"})) return FixedType(DBTYPE_GUID);
     if (Is(n, {L"TEXT", L"VARCHAR", L"NVARCHAR", L"CHARACTER VARYING", L"STRING", L"VARCHAR2", L"NVARCHAR2",
                L"NATIONAL CHARACTER VARYING", L"ALPHANUMERIC"})) {
-        if (d.args[0] > 0) return Text(static_cast<DBLENGTH>(d.args[0]), false);
+        if (d.args[0] > 0) return TextType(static_cast<DBLENGTH>(d.args[0]), false);
         // TEXT without a length is a memo; VARCHAR without one keeps Jet's default of 255.
-        return n == L"TEXT" || n == L"STRING" ? LongText() : Text(255, false);
+        return n == L"TEXT" || n == L"STRING" ? LongTextType() : TextType(255, false);
     }
     if (Is(n, {L"CHAR", L"NCHAR", L"CHARACTER", L"NATIONAL CHARACTER"}))
-        return Text(d.args[0] > 0 ? static_cast<DBLENGTH>(d.args[0]) : 255, true);
+        return TextType(d.args[0] > 0 ? static_cast<DBLENGTH>(d.args[0]) : 255, true);
     if (Is(n, {L"MEMO", L"LONGTEXT", L"LONGCHAR", L"NOTE", L"NTEXT", L"CLOB", L"MEDIUMTEXT", L"TINYTEXT",
                L"LONG VARCHAR", L"HYPERLINK", L"XML", L"JSON"}))
-        return LongText();
+        return LongTextType();
     if (Is(n, {L"BINARY", L"VARBINARY", L"BINARY VARYING"}))
-        return d.args[0] > 0 ? Binary(static_cast<DBLENGTH>(d.args[0])) : Binary(510);
+        return d.args[0] > 0 ? BinaryType(static_cast<DBLENGTH>(d.args[0])) : BinaryType(510);
     if (Is(n, {L"BLOB", L"LONGBINARY", L"IMAGE", L"GENERAL", L"OLEOBJECT", L"LONGBLOB",
                L"MEDIUMBLOB", L"BYTEA", L"LONG VARBINARY"}))
-        return LongBinary();
+        return LongBinaryType();
 
     // SQLite's affinity rules for names not listed above.
     if (n.find(L"INT") != std::wstring::npos) return FixedType(DBTYPE_I4);
     if (n.find(L"CHAR") != std::wstring::npos || n.find(L"CLOB") != std::wstring::npos ||
         n.find(L"TEXT") != std::wstring::npos)
-        return d.args[0] > 0 ? Text(static_cast<DBLENGTH>(d.args[0]), false) : LongText();
-    if (n.find(L"BLOB") != std::wstring::npos) return LongBinary();
+        return d.args[0] > 0 ? TextType(static_cast<DBLENGTH>(d.args[0]), false) : LongTextType();
+    if (n.find(L"BLOB") != std::wstring::npos) return LongBinaryType();
     if (n.find(L"REAL") != std::wstring::npos || n.find(L"FLOA") != std::wstring::npos ||
         n.find(L"DOUB") != std::wstring::npos)
         return FixedType(DBTYPE_R8);
-    ColumnType unknown = Text(kExpressionTextSize, false);
+    ColumnType unknown = TextType(kExpressionTextSize, false);
     unknown.known = false;
     return unknown;
 }
@@ -165,10 +166,10 @@ ColumnType TypeFromValue(const Cell& value) {
     case 2: return FixedType(DBTYPE_R8);
     case 3: {
         const auto& text = std::get<std::wstring>(value);
-        return text.size() > kExpressionTextSize ? LongText() : Text(kExpressionTextSize, false);
+        return text.size() > kExpressionTextSize ? LongTextType() : TextType(kExpressionTextSize, false);
     }
-    case 4: return LongBinary();
-    default: return Text(kExpressionTextSize, false);
+    case 4: return LongBinaryType();
+    default: return TextType(kExpressionTextSize, false);
     }
 }
 

@@ -37,4 +37,13 @@ ColumnType TypeFromValue(const Cell& value);
 // The fixed-size types' size, precision for numeric ones, and flags; used by both functions.
 ColumnType FixedType(DBTYPE type);
 
+// Text of `size` characters (fixed length or not), long text, binary data of `size` bytes,
+// long binary data, and DECIMAL (a precision outside 1..28 becomes 18; the scale is kept
+// within 0..precision).
+ColumnType TextType(DBLENGTH size, bool fixed);
+ColumnType LongTextType();
+ColumnType BinaryType(DBLENGTH size);
+ColumnType LongBinaryType();
+ColumnType DecimalType(int precision, int scale);
+
 }  // namespace zel::provider

@@ -1,4 +1,4 @@
-#include "provider/ddl/ColumnDefinition.h"
+#include "provider/ddl/SqliteDefinitions.h"
 
 #include "provider/sqlite/ColumnMetadata.h"
 #include "provider/sqlite/TableCatalog.h"
@@ -6,8 +6,6 @@
 #include "provider/text/Utf.h"
 
 namespace zel::provider {
-
-const GUID DBPROPSET_JETOLEDB_COLUMN = {0x820BF922, 0x6AC8, 0x11D1, {0x9F, 0x02, 0x00, 0xC0, 0x4F, 0xC2, 0xC2, 0xE0}};
 
 namespace {
 
@@ -17,6 +15,13 @@ size_t KeyColumnCount(const std::vector<ColumnDefinition>& columns) {
     size_t count = 0;
     for (const auto& c : columns) count += c.primaryKey ? 1 : 0;
     return count;
+}
+
+DBUPDELRULE Rule(const std::wstring& action) {
+    if (EqualsNoCase(action, L"CASCADE")) return DBUPDELRULE_CASCADE;
+    if (EqualsNoCase(action, L"SET NULL")) return DBUPDELRULE_SETNULL;
+    if (EqualsNoCase(action, L"SET DEFAULT")) return DBUPDELRULE_SETDEFAULT;
+    return DBUPDELRULE_NOACTION;  // NO ACTION and RESTRICT
 }
 
 }  // namespace
@@ -98,6 +103,47 @@ std::vector<ColumnDefinition> ReadColumnDefinitions(Database& database, const st
         columns.push_back(std::move(d));
     }
     return columns;
+}
+
+std::vector<TableConstraint> ReadConstraints(Database& database, const std::wstring& table) {
+    std::vector<TableConstraint> constraints;
+    std::vector<StoredColumn> columns = ReadStoredColumns(database, table);
+    TableConstraint key;
+    key.type = DBCONSTRAINTTYPE_PRIMARYKEY;
+    key.name = L"PrimaryKey";
+    for (int position = 1;; ++position) {
+        size_t before = key.columns.size();
+        for (const auto& c : columns)
+            if (c.primaryKeyPosition == position) key.columns.push_back(c.name);
+        if (key.columns.size() == before) break;
+    }
+    if (!key.columns.empty()) constraints.push_back(std::move(key));
+
+    for (const auto& index : ReadIndexes(database, table)) {
+        if (index.origin != L"u") continue;
+        TableConstraint unique;
+        unique.type = DBCONSTRAINTTYPE_UNIQUE;
+        unique.name = index.name;
+        unique.columns = index.columns;
+        constraints.push_back(std::move(unique));
+    }
+
+    std::vector<StoredForeignKey> keys = ReadForeignKeys(database, table);
+    for (size_t i = 0; i < keys.size(); ++i) {
+        TableConstraint foreign;
+        foreign.type = DBCONSTRAINTTYPE_FOREIGNKEY;
+        foreign.name = L"ForeignKey" + std::to_wstring(i + 1);
+        foreign.columns = keys[i].referencedColumns;
+        foreign.referencedTable = keys[i].referencedTable;
+        foreign.foreignKeyColumns = keys[i].columns;
+        foreign.updateRule = Rule(keys[i].onUpdate);
+        foreign.deleteRule = Rule(keys[i].onDelete);
+        foreign.matchType = EqualsNoCase(keys[i].match, L"FULL")      ? DBMATCHTYPE_FULL
+                            : EqualsNoCase(keys[i].match, L"PARTIAL") ? DBMATCHTYPE_PARTIAL
+                                                                     : DBMATCHTYPE_NONE;
+        constraints.push_back(std::move(foreign));
+    }
+    return constraints;
 }
 
 }  // namespace zel::provider
