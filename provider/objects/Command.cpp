@@ -2,7 +2,6 @@
 
 #include <oledberr.h>
 
-#include "common/OleDbMemory.h"
 #include "provider/errors/Errors.h"
 #include "provider/sqlite/SqliteErrors.h"
 #include "provider/objects/Rowset.h"
@@ -38,9 +37,7 @@ bool OnlyTrivia(std::wstring_view rest) {
 
 }  // namespace
 
-Command::Command(ComPtr<Session> session) : m_session(std::move(session)), m_properties(MakeRowsetProperties()) {}
-
-std::shared_ptr<void> Command::OpenToken() { return m_openRowsets; }
+Command::Command(ComPtr<Session> session) : m_session(std::move(session)) {}
 
 HRESULT Command::QueryExtra(REFIID riid, void** found) noexcept {
     if (riid != IID_ICommand) return E_NOINTERFACE;
@@ -61,13 +58,13 @@ STDMETHODIMP Command::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DB
         if (rowset) *rowset = nullptr;
         if (rowsAffected) *rowsAffected = DB_COUNTUNAVAILABLE;
         if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
-        std::lock_guard guard(m_lock);
-        if (!m_hasText) Fail(DB_E_NOCOMMAND);
+        std::lock_guard guard(m_state.lock());
+        if (!m_state.hasText()) Fail(DB_E_NOCOMMAND);
         const auto& database = m_session->database();
         sqlite3* db = database->handle();
         const bool wantRowset = rowset && riid != IID_NULL;
 
-        std::wstring_view rest = m_text;
+        std::wstring_view rest = m_state.text();
         DBROWCOUNT changes = 0;
         bool anyChange = false;
         while (!OnlyTrivia(rest)) {
@@ -86,12 +83,12 @@ STDMETHODIMP Command::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DB
                                                                    std::wstring(statementText));
                 if (rowsAffected) *rowsAffected = DB_COUNTUNAVAILABLE;
                 if (!wantRowset) return S_OK;
-                PropertyStore properties = m_properties;
+                PropertyStore properties = m_state.properties();
                 HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset),
                                                     std::make_shared<SqliteRowStore>(database),
                                                     std::unique_ptr<RowSource>(std::move(source)),
                                                     std::move(properties), ComPtr<IUnknown>(ControllingUnknown()),
-                                                    OpenToken());
+                                                    m_state.OpenToken());
                 if (FAILED(hr)) Fail(hr);
                 return S_OK;
             }
@@ -128,64 +125,39 @@ STDMETHODIMP Command::GetDBSession(REFIID riid, IUnknown** session) {
 
 STDMETHODIMP Command::GetCommandText(GUID* dialect, LPOLESTR* text) {
     try {
-        if (!text) Fail(E_INVALIDARG);
-        *text = nullptr;
-        std::lock_guard guard(m_lock);
-        if (!m_hasText) Fail(DB_E_NOCOMMAND);
-        *text = CopyToCoTaskMem(m_text).release();
-        HRESULT hr = S_OK;
-        if (dialect) {
-            if (*dialect != DBGUID_DEFAULT && *dialect != DBGUID_SQL && *dialect != GUID_NULL)
-                hr = DB_S_DIALECTIGNORED;
-            *dialect = DBGUID_SQL;
-        }
-        return hr == S_OK ? S_OK : ClearErrorAndReturn(hr);
+        return m_state.GetCommandText(dialect, text);
     }
     ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP Command::SetCommandText(REFGUID dialect, LPCOLESTR text) {
     try {
-        if (dialect != DBGUID_DEFAULT && dialect != DBGUID_SQL) Fail(DB_E_DIALECTNOTSUPPORTED);
-        std::lock_guard guard(m_lock);
-        if (HasOpenRowset()) Fail(DB_E_OBJECTOPEN, L"A rowset of this command is still open.");
-        m_hasText = text && *text;
-        m_text = m_hasText ? text : L"";
-        m_prepared = false;
-        return S_OK;
+        return m_state.SetCommandText(dialect, text);
     }
     ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP Command::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
     try {
-        std::lock_guard guard(m_lock);
-        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, RowsetPropertySets()));
+        return m_state.GetProperties(idSetCount, idSets, setCount, sets);
     }
     ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP Command::SetProperties(ULONG setCount, DBPROPSET sets[]) {
     try {
-        std::lock_guard guard(m_lock);
-        if (HasOpenRowset()) Fail(DB_E_OBJECTOPEN, L"A rowset of this command is still open.");
-        HRESULT hr = m_properties.SetProperties(setCount, sets, RowsetPropertySets(), ValidateRowsetProperty);
-        if (FAILED(hr))
-            Fail(hr, L"The rowset properties cannot be satisfied; see each property's status.");
-        if (hr != S_OK)
-            PublishError(hr, L"Some optional rowset properties were not set; see each property's status.");
-        return hr;
+        return m_state.SetProperties(setCount, sets);
     }
     ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP Command::Prepare(ULONG) {
     try {
-        std::lock_guard guard(m_lock);
-        if (!m_hasText) Fail(DB_E_NOCOMMAND);
+        std::lock_guard guard(m_state.lock());
+        if (!m_state.hasText()) Fail(DB_E_NOCOMMAND);
         std::wstring_view tail;
-        m_session->database()->Prepare(m_text, &tail);
-        m_prepared = true;
+        m_session->database()->Prepare(m_state.text(), &tail);
+        m_state.SetPrepared(true);
         return S_OK;
     }
     ZEL_CATCH_RETURN()
@@ -193,28 +165,28 @@ STDMETHODIMP Command::Prepare(ULONG) {
 
 STDMETHODIMP Command::Unprepare() {
     try {
-        std::lock_guard guard(m_lock);
-        m_prepared = false;
+        std::lock_guard guard(m_state.lock());
+        m_state.SetPrepared(false);
         return S_OK;
     }
     ZEL_CATCH_RETURN()
 }
 
 ComPtr<IColumnsInfo> Command::DescribePrepared() {
-    if (!m_hasText) Fail(DB_E_NOCOMMAND);
-    if (!m_prepared) Fail(DB_E_NOTPREPARED);
+    if (!m_state.hasText()) Fail(DB_E_NOCOMMAND);
+    if (!m_state.prepared()) Fail(DB_E_NOTPREPARED);
     const auto& database = m_session->database();
-    SqliteStatement statement = database->Prepare(m_text);
+    SqliteStatement statement = database->Prepare(m_state.text());
     // Only a statement that changes nothing may be stepped to type its expressions.
     std::unique_ptr<RowSource> source;
     if (statement && sqlite3_stmt_readonly(statement.get()))
-        source = std::make_unique<StatementRowSource>(database, std::move(statement), false, m_text);
+        source = std::make_unique<StatementRowSource>(database, std::move(statement), false, m_state.text());
     else
         source = std::make_unique<MemoryRowSource>(std::vector<ColumnDesc>{}, std::vector<SourceRow>{});
     ComPtr<IColumnsInfo> info;
     ZEL_THROW_IF_FAILED(Rowset::CreateInstance(nullptr, IID_IColumnsInfo, info.put_void(),
                                                std::make_shared<SqliteRowStore>(database),
-                                               std::move(source), m_properties, ComPtr<IUnknown>()));
+                                               std::move(source), m_state.properties(), ComPtr<IUnknown>()));
     return info;
 }
 
@@ -224,7 +196,7 @@ STDMETHODIMP Command::GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECH
         *count = 0;
         *info = nullptr;
         *names = nullptr;
-        std::lock_guard guard(m_lock);
+        std::lock_guard guard(m_state.lock());
         return DescribePrepared()->GetColumnInfo(count, info, names);
     }
     ZEL_CATCH_RETURN()
@@ -232,7 +204,7 @@ STDMETHODIMP Command::GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECH
 
 STDMETHODIMP Command::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) {
     try {
-        std::lock_guard guard(m_lock);
+        std::lock_guard guard(m_state.lock());
         return DescribePrepared()->MapColumnIDs(count, ids, ordinals);
     }
     ZEL_CATCH_RETURN()

@@ -6,12 +6,10 @@
 #include <windows.h>
 #include <oledb.h>
 
-#include <mutex>
-#include <string>
 
 #include "common/ComObject.h"
 #include "common/OleDbIids.h"
-#include "provider/properties/PropertyStore.h"
+#include "provider/objects/CommandState.h"
 #include "provider/sqlite/SqliteHandles.h"
 
 #include <memory>
@@ -36,13 +34,10 @@ public:
     STDMETHODIMP Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DBROWCOUNT* rowsAffected,
                          IUnknown** rowset) override;
     STDMETHODIMP GetDBSession(REFIID riid, IUnknown** session) override;
-    // ICommandText: dialects DBGUID_DEFAULT and DBGUID_SQL. SetCommandText fails with
-    // DB_E_OBJECTOPEN while a rowset of this command is open.
+    // ICommandText and ICommandProperties: as CommandState says.
     STDMETHODIMP GetCommandText(GUID* dialect, LPOLESTR* text) override;
     STDMETHODIMP SetCommandText(REFGUID dialect, LPCOLESTR text) override;
 
-    // ICommandProperties: the rowset properties the next Execute asks for (DB_E_OBJECTOPEN
-    // while a rowset of this command is open).
     STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
                                DBPROPSET** sets) override;
     STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
@@ -66,17 +61,8 @@ private:
     // A rowset describing the prepared statement's columns (IColumnsInfo before Execute).
     ComPtr<IColumnsInfo> DescribePrepared();
 
-    // Held by each rowset this command made; the count of holders tells whether one is open.
-    std::shared_ptr<void> OpenToken();
-    bool HasOpenRowset() const noexcept { return m_openRowsets.use_count() > 1; }
-
-    std::mutex m_lock;
     ComPtr<Session> m_session;
-    std::shared_ptr<void> m_openRowsets = std::make_shared<int>(0);
-    std::wstring m_text;
-    bool m_hasText = false;
-    bool m_prepared = false;
-    PropertyStore m_properties;
+    CommandState m_state;  // text, properties, open rowsets; its lock guards the command
 };
 
 }  // namespace zel::provider

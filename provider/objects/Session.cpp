@@ -6,6 +6,7 @@
 #include "provider/objects/Command.h"
 #include "provider/objects/Rowset.h"
 #include "provider/properties/RowsetProperties.h"
+#include "provider/properties/SessionProperties.h"
 #include "provider/rows/RowWriter.h"
 #include "provider/rows/StatementRowSource.h"
 #include "provider/text/SqlText.h"
@@ -13,18 +14,8 @@
 
 namespace zel::provider {
 
-namespace {
-
-const PropertyDefinition kSessionProperties[] = {
-    {&DBPROPSET_SESSION, DBPROP_SESS_AUTOCOMMITISOLEVELS, VT_I4,
-     DBPROPFLAGS_SESSION | DBPROPFLAGS_READ | DBPROPFLAGS_WRITE, L"Autocommit Isolation Levels"},
-};
-const GUID* const kSessionSets[] = {&DBPROPSET_SESSION};
-
-}  // namespace
-
 Session::Session(ComPtr<DataSource> dataSource, std::shared_ptr<Database> database)
-    : m_dataSource(std::move(dataSource)), m_database(std::move(database)), m_properties(kSessionProperties) {
+    : m_dataSource(std::move(dataSource)), m_database(std::move(database)), m_properties(SessionPropertyDefinitions()) {
     m_properties.PutI4(DBPROPSET_SESSION, DBPROP_SESS_AUTOCOMMITISOLEVELS, DBPROPVAL_TI_SERIALIZABLE);
     m_properties.CaptureDefaults();
     m_dataSource->SessionOpened();
@@ -126,7 +117,7 @@ STDMETHODIMP Session::CreateCommand(IUnknown* outer, REFIID riid, IUnknown** com
 STDMETHODIMP Session::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
     try {
         std::lock_guard guard(m_lock);
-        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, kSessionSets));
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, SessionPropertySets()));
     }
     ZEL_CATCH_RETURN()
 }
@@ -134,7 +125,7 @@ STDMETHODIMP Session::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[]
 STDMETHODIMP Session::SetProperties(ULONG setCount, DBPROPSET sets[]) {
     try {
         std::lock_guard guard(m_lock);
-        return FailOrReturn(m_properties.SetProperties(setCount, sets, kSessionSets, nullptr));
+        return FailOrReturn(m_properties.SetProperties(setCount, sets, SessionPropertySets(), nullptr));
     }
     ZEL_CATCH_RETURN()
 }

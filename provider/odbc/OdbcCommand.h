@@ -1,0 +1,69 @@
+// ZelOdbc's command: SQL text run on the session's ODBC connection (SQLExecDirect). Execute
+// returns a rowset for a statement that returns rows and the change count, without a rowset,
+// for the others. The text goes to the driver as it is: several statements in one text are the
+// driver's to accept, and the first result with columns is the one returned.
+#pragma once
+
+#include <windows.h>
+#include <oledb.h>
+
+#include <atomic>
+
+#include "common/ComObject.h"
+#include "common/OleDbIids.h"
+#include "provider/objects/CommandState.h"
+#include "provider/odbc/OdbcConnection.h"
+
+namespace zel::provider::odbc {
+
+class OdbcSession;
+
+class OdbcCommand final : public ComObject<OdbcCommand, ICommandText, ICommandProperties, ICommandPrepare,
+                                           IColumnsInfo, IConvertType, ISupportErrorInfo> {
+public:
+    explicit OdbcCommand(ComPtr<OdbcSession> session);
+
+    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
+
+    // ICommand. Execute: DB_E_NOCOMMAND without text; parameters are not supported
+    // (DB_E_PARAMNOTOPTIONAL when values are given); otherwise the driver's failure with its
+    // SQLSTATE (DB_E_ERRORSINCOMMAND for 42xxx, DB_E_NOTABLE for 42S02...). *rowsAffected is the
+    // number of rows changed, or DB_COUNTUNAVAILABLE for statements that return rows. The
+    // rowset property DBPROP_COMMANDTIMEOUT becomes the query timeout. Cancel asks the driver to
+    // cancel a statement another thread is executing (SQLCancel).
+    STDMETHODIMP Cancel() override;
+    STDMETHODIMP Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DBROWCOUNT* rowsAffected,
+                         IUnknown** rowset) override;
+    STDMETHODIMP GetDBSession(REFIID riid, IUnknown** session) override;
+    // ICommandText and ICommandProperties: as CommandState says.
+    STDMETHODIMP GetCommandText(GUID* dialect, LPOLESTR* text) override;
+    STDMETHODIMP SetCommandText(REFGUID dialect, LPCOLESTR text) override;
+    STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
+                               DBPROPSET** sets) override;
+    STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
+
+    // ICommandPrepare: Prepare has the driver prepare the text (SQLPrepare), so that errors show
+    // and IColumnsInfo can describe the result before Execute.
+    STDMETHODIMP Prepare(ULONG expectedRuns) override;
+    STDMETHODIMP Unprepare() override;
+
+    // IColumnsInfo: DB_E_NOCOMMAND without text, DB_E_NOTPREPARED before Prepare.
+    STDMETHODIMP GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) override;
+    STDMETHODIMP MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) override;
+
+    // IConvertType
+    STDMETHODIMP CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) override;
+
+    // ISupportErrorInfo
+    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
+
+private:
+    // A rowset without rows that describes the prepared statement's columns.
+    ComPtr<IColumnsInfo> DescribePrepared();
+
+    ComPtr<OdbcSession> m_session;
+    CommandState m_state;
+    std::atomic<SQLHSTMT> m_running{nullptr};
+};
+
+}  // namespace zel::provider::odbc

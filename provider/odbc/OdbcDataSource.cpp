@@ -1,0 +1,264 @@
+#include "provider/odbc/OdbcDataSource.h"
+
+#include <oledberr.h>
+
+#include "provider/errors/Errors.h"
+#include "provider/odbc/OdbcIdentity.h"
+#include "provider/odbc/OdbcSession.h"
+#include "provider/properties/DataSourceProperties.h"
+#include "provider/text/Utf.h"
+
+namespace zel::provider::odbc {
+
+namespace {
+
+constexpr wchar_t kNotAFile[] =
+    L"ZelOdbc does not create, delete or change databases: an ODBC data source is made with the database "
+    L"server's own tools.";
+
+// Appends "key=value;" with the value braced when ODBC would otherwise split it.
+void AppendPair(std::wstring& out, const wchar_t* key, const std::wstring& value) {
+    out += key;
+    out += L'=';
+    if (value.find_first_of(L";{}") != std::wstring::npos || (!value.empty() && value.front() == L' ')) {
+        out += L'{';
+        for (wchar_t c : value) {
+            out += c;
+            if (c == L'}') out += L'}';
+        }
+        out += L'}';
+    } else {
+        out += value;
+    }
+    out += L';';
+}
+
+}  // namespace
+
+OdbcDataSource::OdbcDataSource() : m_properties(DataSourcePropertyDefinitions()) {
+    m_properties.PutI4(DBPROPSET_DATASOURCEINFO, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_UNINITIALIZED);
+}
+
+std::wstring OdbcDataSource::ConnectionString() const {
+    std::wstring out;
+    auto text = [&](DBPROPID id) { return Trim(m_properties.GetString(DBPROPSET_DBINIT, id)); };
+    if (std::wstring dsn = text(DBPROP_INIT_DATASOURCE); !dsn.empty()) AppendPair(out, L"DSN", dsn);
+    if (std::wstring user = text(DBPROP_AUTH_USERID); !user.empty()) AppendPair(out, L"UID", user);
+    if (std::wstring password = m_properties.GetString(DBPROPSET_DBINIT, DBPROP_AUTH_PASSWORD); !password.empty())
+        AppendPair(out, L"PWD", password);
+    if (std::wstring catalog = text(DBPROP_INIT_CATALOG); !catalog.empty()) AppendPair(out, L"DATABASE", catalog);
+    for (const std::wstring& entry : m_providerStrings) {
+        std::wstring e = Trim(entry);
+        if (e.empty()) continue;
+        out += e;
+        if (e.back() != L';') out += L';';
+    }
+    return out;
+}
+
+SQLUINTEGER OdbcDataSource::LoginTimeout() const {
+    const VARIANT& timeout = m_properties.Value(DBPROPSET_DBINIT, DBPROP_INIT_TIMEOUT);
+    return V_VT(&timeout) == VT_I4 && V_I4(&timeout) > 0 ? static_cast<SQLUINTEGER>(V_I4(&timeout)) : 0;
+}
+
+STDMETHODIMP OdbcDataSource::Initialize() {
+    try {
+        std::lock_guard guard(m_lock);
+        if (m_connection) Fail(DB_E_ALREADYINITIALIZED);
+        const std::wstring connectionString = ConnectionString();
+        if (connectionString.empty())
+            Fail(DB_E_CANNOTCONNECT,
+                 L"No ODBC data source was given: set \"Data Source\" to a DSN, or \"Extended Properties\" to an "
+                 L"ODBC connection string (DRIVER={...};SERVER=...).",
+                 L"08001");
+        m_connection = Connection::Open(connectionString, LoginTimeout());
+        MarkInitialized();
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+void OdbcDataSource::MarkInitialized() {
+    const auto& set = DBPROPSET_DATASOURCEINFO;
+    Connection& c = *m_connection;
+    std::wstring name = c.InfoText(SQL_DATA_SOURCE_NAME);
+    if (name.empty()) name = c.InfoText(SQL_DATABASE_NAME);
+    m_properties.PutString(set, DBPROP_DATASOURCENAME, name);
+    m_properties.PutBool(set, DBPROP_DATASOURCEREADONLY, c.InfoText(SQL_DATA_SOURCE_READ_ONLY) == L"Y");
+    m_properties.PutI4(set, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_INITIALIZED);
+    m_properties.PutString(set, DBPROP_DBMSNAME, c.InfoText(SQL_DBMS_NAME));
+    m_properties.PutString(set, DBPROP_DBMSVER, c.InfoText(SQL_DBMS_VER));
+    m_properties.PutString(set, DBPROP_PROVIDERFILENAME, kProviderFileName);
+    m_properties.PutString(set, DBPROP_PROVIDERFRIENDLYNAME, kProviderName);
+    m_properties.PutString(set, DBPROP_PROVIDEROLEDBVER, kOleDbVersion);
+    m_properties.PutString(set, DBPROP_PROVIDERVER, kProviderVersion);
+    m_properties.PutI4(set, DBPROP_ACTIVESESSIONS, 0);
+    m_properties.PutBool(set, DBPROP_BYREFACCESSORS, false);
+    m_properties.PutI4(set, DBPROP_DSOTHREADMODEL, DBPROPVAL_RT_FREETHREAD);
+    m_properties.PutI4(set, DBPROP_IDENTIFIERCASE, DBPROPVAL_IC_MIXED);
+    m_properties.PutI4(set, DBPROP_QUOTEDIDENTIFIERCASE, DBPROPVAL_IC_SENSITIVE);
+    m_properties.PutI4(set, DBPROP_MULTIPLERESULTS, 0);
+    m_properties.PutBool(set, DBPROP_MULTIPLESTORAGEOBJECTS, true);
+    m_properties.PutI4(set, DBPROP_NULLCOLLATION, DBPROPVAL_NC_HIGH);
+    m_properties.PutBool(set, DBPROP_ROWSETCONVERSIONSONCOMMAND, true);
+    m_properties.PutI4(set, DBPROP_SQLSUPPORT, DBPROPVAL_SQL_ODBC_CORE | DBPROPVAL_SQL_ANSI92_ENTRY);
+    m_properties.PutI4(set, DBPROP_SUPPORTEDTXNDDL, DBPROPVAL_TC_ALL);
+    m_properties.PutI4(set, DBPROP_SUPPORTEDTXNISOLEVELS,
+                       DBPROPVAL_TI_READCOMMITTED | DBPROPVAL_TI_REPEATABLEREAD | DBPROPVAL_TI_SERIALIZABLE);
+    m_properties.PutString(set, DBPROP_TABLETERM, L"Table");
+    std::wstring catalog = c.InfoText(SQL_DATABASE_NAME);
+    m_properties.PutString(DBPROPSET_DATASOURCE, DBPROP_CURRENTCATALOG, catalog);
+}
+
+STDMETHODIMP OdbcDataSource::Uninitialize() {
+    try {
+        std::lock_guard guard(m_lock);
+        if (m_sessions > 0) Fail(DB_E_OBJECTOPEN, L"Sessions of this data source are still open.");
+        m_connection.reset();
+        m_properties.PutI4(DBPROPSET_DATASOURCEINFO, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_UNINITIALIZED);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcDataSource::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
+                                           DBPROPSET** sets) {
+    try {
+        std::lock_guard guard(m_lock);
+        auto visible = m_connection ? InitializedDataSourceSets() : UninitializedDataSourceSets();
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, visible));
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcDataSource::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* infoSetCount,
+                                             DBPROPINFOSET** infoSets, OLECHAR** descriptions) {
+    try {
+        std::lock_guard guard(m_lock);
+        auto visible = m_connection ? InitializedDataSourceSets() : UninitializedDataSourceSets();
+        return FailOrReturn(
+            m_properties.GetPropertyInfo(idSetCount, idSets, infoSetCount, infoSets, descriptions, visible));
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcDataSource::SetProperties(ULONG setCount, DBPROPSET sets[]) {
+    try {
+        std::lock_guard guard(m_lock);
+        return FailOrReturn(ApplyProperties(setCount, sets));
+    }
+    ZEL_CATCH_RETURN()
+}
+
+HRESULT OdbcDataSource::ApplyProperties(ULONG setCount, DBPROPSET sets[]) {
+    const bool initialized = m_connection != nullptr;
+    std::vector<std::wstring> providerStrings;
+    bool providerStringGiven = false;
+    auto validate = [&](const PropertyDefinition& def, const VARIANT& value, bool& handled) -> DBPROPSTATUS {
+        if (*def.set == DBPROPSET_DATASOURCE) {
+            // The catalog is the connection's database; it is not switched here.
+            const std::wstring current = m_properties.GetString(DBPROPSET_DATASOURCE, DBPROP_CURRENTCATALOG);
+            if (V_VT(&value) == VT_BSTR && !EqualsNoCase(V_BSTR(&value) ? V_BSTR(&value) : L"", current))
+                return DBPROPSTATUS_BADVALUE;
+            return DBPROPSTATUS_OK;
+        }
+        if (initialized) return DBPROPSTATUS_NOTSETTABLE;
+        switch (def.id) {
+        case DBPROP_INIT_PROVIDERSTRING:
+            providerStringGiven = true;
+            handled = true;
+            if (V_VT(&value) == VT_BSTR && V_BSTR(&value)) providerStrings.emplace_back(V_BSTR(&value));
+            return DBPROPSTATUS_OK;
+        case DBPROP_INIT_PROMPT:
+            if (V_VT(&value) == VT_I2 && (V_I2(&value) < DBPROMPT_PROMPT || V_I2(&value) > DBPROMPT_NOPROMPT))
+                return DBPROPSTATUS_BADVALUE;
+            return DBPROPSTATUS_OK;  // accepted; the driver is never asked to prompt
+        case kStrayCatalogPropertyId:
+            m_properties.Put(DBPROPSET_DBINIT, DBPROP_INIT_CATALOG, value);
+            return DBPROPSTATUS_OK;
+        default: return DBPROPSTATUS_OK;
+        }
+    };
+    const GUID* const settable[] = {&DBPROPSET_DBINIT, &DBPROPSET_DATASOURCE};
+    std::span<const GUID* const> sets_ = initialized ? std::span<const GUID* const>(settable)
+                                                     : std::span<const GUID* const>(settable, 1);
+    HRESULT hr = m_properties.SetProperties(setCount, sets, sets_, validate);
+    if (providerStringGiven) {
+        m_providerStrings = std::move(providerStrings);
+        std::wstring joined;
+        for (const std::wstring& entry : m_providerStrings) {
+            if (!joined.empty() && joined.back() != L';') joined += L';';
+            joined += entry;
+        }
+        m_properties.PutString(DBPROPSET_DBINIT, DBPROP_INIT_PROVIDERSTRING, joined);
+    }
+    return hr;
+}
+
+STDMETHODIMP OdbcDataSource::GetClassID(CLSID* clsid) {
+    if (!clsid) return E_INVALIDARG;
+    *clsid = kProviderClsid;
+    return S_OK;
+}
+
+STDMETHODIMP OdbcDataSource::CreateSession(IUnknown* outer, REFIID riid, IUnknown** session) {
+    try {
+        if (!session) Fail(E_INVALIDARG);
+        *session = nullptr;
+        if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
+        std::wstring connectionString;
+        SQLUINTEGER timeout = 0;
+        {
+            std::lock_guard guard(m_lock);
+            if (!m_connection) Fail(E_UNEXPECTED, L"The data source is not initialized.");
+            connectionString = m_connection->connectionString();
+            timeout = LoginTimeout();
+        }
+        auto connection = Connection::Open(connectionString, timeout);
+        HRESULT hr = OdbcSession::CreateInstance(outer, riid, reinterpret_cast<void**>(session),
+                                                 ComPtr<OdbcDataSource>(this), std::move(connection));
+        if (FAILED(hr)) Fail(hr);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcDataSource::CreateDataSource(ULONG, DBPROPSET[], IUnknown*, REFIID, IUnknown** session) {
+    try {
+        if (session) *session = nullptr;
+        Fail(DB_E_NOTSUPPORTED, kNotAFile);
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcDataSource::DestroyDataSource() {
+    try {
+        Fail(DB_E_NOTSUPPORTED, kNotAFile);
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcDataSource::GetCreationProperties(ULONG, const DBPROPIDSET[], ULONG* infoSetCount,
+                                                   DBPROPINFOSET** infoSets, OLECHAR** descriptions) {
+    if (!infoSetCount || !infoSets) return E_INVALIDARG;
+    *infoSetCount = 0;
+    *infoSets = nullptr;
+    if (descriptions) *descriptions = nullptr;
+    return S_OK;
+}
+
+STDMETHODIMP OdbcDataSource::ModifyDataSource(ULONG, DBPROPSET[]) {
+    try {
+        Fail(DB_E_NOTSUPPORTED, kNotAFile);
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcDataSource::InterfaceSupportsErrorInfo(REFIID riid) {
+    return riid == IID_IDBInitialize || riid == IID_IDBProperties || riid == IID_IDBCreateSession ||
+                   riid == IID_IDBDataSourceAdmin
+               ? S_OK
+               : S_FALSE;
+}
+
+}  // namespace zel::provider::odbc

@@ -1,0 +1,55 @@
+// The rows of an executed ODBC statement, read forwards with SQLFetch; the rowset's row cache
+// keeps what was read, so consumers scroll over a forward-only cursor.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "provider/odbc/OdbcConnection.h"
+#include "provider/odbc/OdbcTypes.h"
+#include "provider/rows/RowSource.h"
+
+namespace zel::provider::odbc {
+
+class OdbcRowSource final : public RowSource {
+public:
+    // Takes an executed statement that has a result set (SQLNumResultCols > 0) and describes its
+    // columns. `connection` is held for the statement's life; calls are made under its lock.
+    // Fails (error published) with the driver's diagnostics.
+    OdbcRowSource(std::shared_ptr<Connection> connection, StatementHandle statement, std::wstring text);
+    ~OdbcRowSource() override;
+
+    bool Next(SourceRow& row) override;
+
+private:
+    std::shared_ptr<Connection> m_connection;
+    StatementHandle m_statement;
+    std::wstring m_text;
+    std::vector<ReadAs> m_readAs;
+    bool m_done = false;
+};
+
+// Describes the result columns of a prepared or executed statement (caller holds the lock).
+std::vector<ColumnDesc> DescribeColumns(SQLHSTMT statement, std::vector<ReadAs>* readAs, std::wstring_view text);
+
+}  // namespace zel::provider::odbc
+
+namespace zel::provider::odbc {
+
+// What running a statement gave: the rows of its first result that has columns, or (for
+// statements without rows) the number of rows changed.
+struct StatementResult {
+    std::unique_ptr<RowSource> rows;
+    DBROWCOUNT rowsAffected = DB_COUNTUNAVAILABLE;
+};
+
+// Runs `text` (SQLExecDirect) on `connection`. `timeoutSeconds` (0: none) becomes the
+// statement's query timeout; `running`, when given, holds the statement while it executes so
+// that another thread can cancel it (SQLCancel). Fails (error published) with the driver's
+// diagnostics, the statement named in the description.
+StatementResult RunStatement(const std::shared_ptr<Connection>& connection, const std::wstring& text,
+                             SQLULEN timeoutSeconds, std::atomic<SQLHSTMT>* running = nullptr);
+
+}  // namespace zel::provider::odbc

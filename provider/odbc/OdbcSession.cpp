@@ -1,0 +1,224 @@
+#include "provider/odbc/OdbcSession.h"
+
+#include <oledberr.h>
+
+#include "provider/errors/Errors.h"
+#include "provider/objects/Rowset.h"
+#include "provider/objects/SchemaRowsetOpening.h"
+#include "provider/odbc/OdbcCatalog.h"
+#include "provider/odbc/OdbcCommand.h"
+#include "provider/odbc/OdbcRowSource.h"
+#include "provider/properties/RowsetProperties.h"
+#include "provider/properties/SessionProperties.h"
+
+namespace zel::provider::odbc {
+
+namespace {
+
+SQLUINTEGER OdbcIsolation(ISOLEVEL level) {
+    switch (static_cast<ULONG>(level)) {
+    case ISOLATIONLEVEL_READUNCOMMITTED: return SQL_TXN_READ_UNCOMMITTED;
+    case ISOLATIONLEVEL_REPEATABLEREAD: return SQL_TXN_REPEATABLE_READ;
+    case ISOLATIONLEVEL_SERIALIZABLE: return SQL_TXN_SERIALIZABLE;
+    default: return SQL_TXN_READ_COMMITTED;
+    }
+}
+
+}  // namespace
+
+OdbcSession::OdbcSession(ComPtr<OdbcDataSource> dataSource, std::shared_ptr<Connection> connection)
+    : m_dataSource(std::move(dataSource)), m_connection(std::move(connection)),
+      m_properties(SessionPropertyDefinitions()) {
+    m_properties.PutI4(DBPROPSET_SESSION, DBPROP_SESS_AUTOCOMMITISOLEVELS, DBPROPVAL_TI_READCOMMITTED);
+    m_properties.CaptureDefaults();
+    {
+        std::lock_guard guard(m_connection->lock());
+        m_quote = m_connection->InfoText(SQL_IDENTIFIER_QUOTE_CHAR);
+    }
+    if (m_quote == L" ") m_quote.clear();  // the driver does not quote identifiers
+    m_dataSource->SessionOpened();
+}
+
+OdbcSession::~OdbcSession() {
+    // A transaction still open ends with the session: the connection rolls it back.
+    m_dataSource->SessionClosed();
+}
+
+HRESULT OdbcSession::QueryExtra(REFIID riid, void** found) noexcept {
+    if (riid == IID_ITransaction)
+        *found = static_cast<ITransaction*>(static_cast<ITransactionLocal*>(this));
+    else if (riid == IID_ITableDefinition)
+        *found = static_cast<ITableDefinition*>(static_cast<ITableCreation*>(this));
+    else
+        return E_NOINTERFACE;
+    return S_OK;
+}
+
+std::wstring OdbcSession::QuoteName(const std::wstring& name) const {
+    if (m_quote.empty()) return name;
+    std::wstring out = m_quote;
+    for (wchar_t c : name) {
+        out += c;
+        if (m_quote.size() == 1 && c == m_quote[0]) out += c;
+    }
+    out += m_quote;
+    return out;
+}
+
+STDMETHODIMP OdbcSession::GetDataSource(REFIID riid, IUnknown** dataSource) {
+    try {
+        if (!dataSource) Fail(E_INVALIDARG);
+        *dataSource = nullptr;
+        HRESULT hr = m_dataSource->Identity()->QueryInterface(riid, reinterpret_cast<void**>(dataSource));
+        if (FAILED(hr)) Fail(hr);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::OpenRowset(IUnknown* outer, DBID* tableId, DBID* indexId, REFIID riid, ULONG setCount,
+                                     DBPROPSET sets[], IUnknown** rowset) {
+    try {
+        if (rowset) *rowset = nullptr;
+        if (!tableId && !indexId) Fail(E_INVALIDARG, L"Neither a table nor an index was named.");
+        if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
+        if (indexId) Fail(DB_E_NOINDEX);
+        if (tableId->eKind != DBKIND_NAME || !tableId->uName.pwszName || !*tableId->uName.pwszName)
+            Fail(DB_E_NOTABLE, L"Tables are named by DBKIND_NAME ids.");
+        PropertyStore properties = MakeRowsetProperties();
+        HRESULT propertiesResult =
+            properties.SetProperties(setCount, sets, RowsetPropertySets(), ValidateRowsetProperty);
+        if (FAILED(propertiesResult))
+            Fail(propertiesResult, L"A required rowset property cannot be satisfied; see each property's status.");
+        const std::wstring sql = L"SELECT * FROM " + QuoteName(tableId->uName.pwszName);
+        StatementResult result = RunStatement(m_connection, sql, 0);
+        if (!result.rows) Fail(DB_E_NOTABLE, L"The table gave no rows: " + sql, L"42S02");
+        if (!rowset) return ClearErrorAndReturn(propertiesResult);
+        HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset), nullptr,
+                                            std::move(result.rows), std::move(properties),
+                                            ComPtr<IUnknown>(Identity()));
+        if (FAILED(hr)) Fail(hr);
+        return ClearErrorAndReturn(propertiesResult);
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::CreateCommand(IUnknown* outer, REFIID riid, IUnknown** command) {
+    try {
+        if (!command) Fail(E_INVALIDARG);
+        *command = nullptr;
+        if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
+        HRESULT hr =
+            OdbcCommand::CreateInstance(outer, riid, reinterpret_cast<void**>(command), ComPtr<OdbcSession>(this));
+        if (FAILED(hr)) Fail(hr);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
+                                        DBPROPSET** sets) {
+    try {
+        std::lock_guard guard(m_lock);
+        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, SessionPropertySets()));
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::SetProperties(ULONG setCount, DBPROPSET sets[]) {
+    try {
+        std::lock_guard guard(m_lock);
+        return FailOrReturn(m_properties.SetProperties(setCount, sets, SessionPropertySets(), nullptr));
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::StartTransaction(ISOLEVEL level, ULONG flags, ITransactionOptions*,
+                                           ULONG* transactionLevel) {
+    try {
+        if (flags != 0) Fail(XACT_E_NOISORETAIN, L"Isolation flags are not supported.");
+        switch (static_cast<ULONG>(level)) {
+        case ISOLATIONLEVEL_UNSPECIFIED:
+        case ISOLATIONLEVEL_READUNCOMMITTED:
+        case ISOLATIONLEVEL_READCOMMITTED:
+        case ISOLATIONLEVEL_REPEATABLEREAD:
+        case ISOLATIONLEVEL_SERIALIZABLE: break;
+        default: Fail(XACT_E_ISOLATIONLEVEL);
+        }
+        std::lock_guard guard(m_connection->lock());
+        if (m_connection->InTransaction()) Fail(XACT_E_XTIONEXISTS);
+        m_connection->Begin(OdbcIsolation(level));
+        m_isolation = static_cast<ULONG>(level) == ISOLATIONLEVEL_UNSPECIFIED ? static_cast<ISOLEVEL>(ISOLATIONLEVEL_READCOMMITTED) : level;
+        if (transactionLevel) *transactionLevel = 1;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::Commit(BOOL retaining, DWORD commitType, DWORD resourceManagerFlags) {
+    try {
+        if (commitType != 0 && commitType != XACTTC_SYNC && commitType != XACTTC_SYNC_PHASEONE)
+            Fail(XACT_E_NOTSUPPORTED);
+        if (resourceManagerFlags != 0) Fail(XACT_E_NOTSUPPORTED);
+        std::lock_guard guard(m_connection->lock());
+        if (!m_connection->InTransaction()) Fail(XACT_E_NOTRANSACTION);
+        m_connection->Commit(retaining != FALSE);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::Abort(BOID*, BOOL retaining, BOOL async) {
+    try {
+        if (async) Fail(XACT_E_NOTSUPPORTED);
+        std::lock_guard guard(m_connection->lock());
+        if (!m_connection->InTransaction()) Fail(XACT_E_NOTRANSACTION);
+        m_connection->Rollback(retaining != FALSE);
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::GetTransactionInfo(XACTTRANSINFO* info) {
+    try {
+        if (!info) Fail(E_INVALIDARG);
+        std::lock_guard guard(m_connection->lock());
+        if (!m_connection->InTransaction()) Fail(XACT_E_NOTRANSACTION);
+        *info = XACTTRANSINFO{};
+        info->isoLevel = m_isolation;
+        info->grfTCSupported = XACTTC_SYNC;
+        info->grfTCSupportedRetaining = XACTTC_SYNC;
+        return S_OK;
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::GetOptionsObject(ITransactionOptions** options) {
+    try {
+        if (!options) Fail(E_INVALIDARG);
+        *options = nullptr;
+        Fail(E_NOTIMPL, L"Transaction options (time-out, description) are not supported.");
+    }
+    ZEL_CATCH_RETURN()
+}
+
+STDMETHODIMP OdbcSession::GetRowset(IUnknown* outer, REFGUID schema, ULONG restrictionCount,
+                                    const VARIANT restrictions[], REFIID riid, ULONG setCount, DBPROPSET sets[],
+                                    IUnknown** rowset) {
+    return OpenSchemaRowset(outer, schema, restrictionCount, restrictions, riid, setCount, sets, rowset, Identity(),
+                            [&](const SchemaRequest& request) { return OdbcSchemaRows(request, *m_connection); });
+}
+
+STDMETHODIMP OdbcSession::GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** restrictionSupport) {
+    return WriteSupportedSchemas(schemaCount, schemas, restrictionSupport);
+}
+
+STDMETHODIMP OdbcSession::InterfaceSupportsErrorInfo(REFIID riid) {
+    return riid == IID_IGetDataSource || riid == IID_IOpenRowset || riid == IID_IDBCreateCommand ||
+                   riid == IID_ISessionProperties || riid == IID_ITransactionLocal || riid == IID_ITransaction ||
+                   riid == IID_IDBSchemaRowset || riid == IID_ITableDefinition || riid == IID_ITableCreation
+               ? S_OK
+               : S_FALSE;
+}
+
+}  // namespace zel::provider::odbc

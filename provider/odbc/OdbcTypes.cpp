@@ -1,0 +1,208 @@
+#include "provider/odbc/OdbcTypes.h"
+
+#include <cstdio>
+
+#include "provider/odbc/OdbcConnection.h"
+#include "provider/values/DateTime.h"
+
+namespace zel::provider::odbc {
+
+namespace {
+
+// Beyond this a character or binary column counts as long (drivers report their text types
+// with sizes such as 8190 or 2^31-1).
+constexpr SQLULEN kLongerThan = 8000;
+
+// The first read of a long value; later pieces double it.
+constexpr size_t kFirstPiece = 4096;
+
+OdbcColumnType Fixed(DBTYPE type, ReadAs readAs) { return {FixedType(type), readAs}; }
+
+void ReadChars(SQLHSTMT statement, SQLUSMALLINT ordinal, Cell& cell, std::wstring_view statementText) {
+    std::wstring& text = Holding<std::wstring>(cell);
+    size_t have = 0;
+    size_t piece = kFirstPiece;
+    for (;;) {
+        text.resize(have + piece + 1);
+        SQLLEN indicator = 0;
+        SQLRETURN rc = SQLGetData(statement, ordinal, SQL_C_WCHAR, text.data() + have,
+                                  static_cast<SQLLEN>((piece + 1) * sizeof(SQLWCHAR)), &indicator);
+        if (rc == SQL_NO_DATA) break;
+        if (!Succeeded(rc)) FailOdbc(SQL_HANDLE_STMT, statement, statementText);
+        if (indicator == SQL_NULL_DATA) {
+            cell = std::monostate{};
+            return;
+        }
+        const bool whole = indicator != SQL_NO_TOTAL && static_cast<size_t>(indicator) / sizeof(SQLWCHAR) <= piece;
+        if (whole) {
+            have += static_cast<size_t>(indicator) / sizeof(SQLWCHAR);
+            break;
+        }
+        have += piece;
+        if (indicator != SQL_NO_TOTAL) {
+            // The driver says how much is left: read the rest in one piece.
+            piece = static_cast<size_t>(indicator) / sizeof(SQLWCHAR) - piece;
+        } else {
+            piece *= 2;
+        }
+    }
+    text.resize(have);
+}
+
+void ReadBytes(SQLHSTMT statement, SQLUSMALLINT ordinal, Cell& cell, std::wstring_view statementText) {
+    Bytes& bytes = Holding<Bytes>(cell);
+    size_t have = 0;
+    size_t piece = kFirstPiece;
+    for (;;) {
+        bytes.resize(have + piece);
+        SQLLEN indicator = 0;
+        SQLRETURN rc = SQLGetData(statement, ordinal, SQL_C_BINARY, bytes.data() + have, static_cast<SQLLEN>(piece),
+                                  &indicator);
+        if (rc == SQL_NO_DATA) break;
+        if (!Succeeded(rc)) FailOdbc(SQL_HANDLE_STMT, statement, statementText);
+        if (indicator == SQL_NULL_DATA) {
+            cell = std::monostate{};
+            return;
+        }
+        if (indicator != SQL_NO_TOTAL && static_cast<size_t>(indicator) <= piece) {
+            have += static_cast<size_t>(indicator);
+            break;
+        }
+        have += piece;
+        piece = indicator != SQL_NO_TOTAL ? static_cast<size_t>(indicator) - piece : piece * 2;
+    }
+    bytes.resize(have);
+}
+
+// Reads a fixed-size C value; false for NULL.
+template <typename T>
+bool ReadFixed(SQLHSTMT statement, SQLUSMALLINT ordinal, SQLSMALLINT cType, T& value, std::wstring_view statementText) {
+    SQLLEN indicator = 0;
+    SQLRETURN rc = SQLGetData(statement, ordinal, cType, &value, sizeof(T), &indicator);
+    if (!Succeeded(rc)) FailOdbc(SQL_HANDLE_STMT, statement, statementText);
+    return indicator != SQL_NULL_DATA;
+}
+
+}  // namespace
+
+OdbcColumnType MapSqlType(SQLSMALLINT sqlType, SQLULEN size, SQLSMALLINT digits, bool isUnsigned) {
+    switch (sqlType) {
+    case SQL_BIT: return Fixed(DBTYPE_BOOL, ReadAs::Integer);
+    case SQL_TINYINT: return Fixed(isUnsigned ? DBTYPE_UI1 : DBTYPE_I2, ReadAs::Integer);
+    case SQL_SMALLINT: return Fixed(isUnsigned ? DBTYPE_I4 : DBTYPE_I2, ReadAs::Integer);
+    case SQL_INTEGER: return Fixed(isUnsigned ? DBTYPE_I8 : DBTYPE_I4, ReadAs::Integer);
+    case SQL_BIGINT: return isUnsigned ? OdbcColumnType{DecimalType(20, 0), ReadAs::Text} : Fixed(DBTYPE_I8, ReadAs::Integer);
+    case SQL_REAL: return Fixed(DBTYPE_R4, ReadAs::Real);
+    case SQL_FLOAT:
+    case SQL_DOUBLE: return Fixed(DBTYPE_R8, ReadAs::Real);
+    case SQL_DECIMAL:
+    case SQL_NUMERIC: {
+        // DECIMAL holds 28 digits; wider numbers keep their exact text as NUMERIC(38).
+        if (size >= 1 && size <= 28) return {DecimalType(static_cast<int>(size), digits), ReadAs::Text};
+        ColumnType t = FixedType(DBTYPE_NUMERIC);
+        if (size >= 1 && size <= 38) t.precision = static_cast<BYTE>(size);
+        t.scale = static_cast<BYTE>(digits >= 0 && digits <= t.precision ? digits : 0);
+        return {t, ReadAs::Text};
+    }
+    case SQL_TYPE_DATE:
+    case SQL_DATE: return Fixed(DBTYPE_DATE, ReadAs::Date);
+    case SQL_TYPE_TIME:
+    case SQL_TIME: return Fixed(DBTYPE_DATE, ReadAs::Time);
+    case SQL_TYPE_TIMESTAMP:
+    case SQL_TIMESTAMP: return Fixed(DBTYPE_DATE, ReadAs::Timestamp);
+    case SQL_GUID: return Fixed(DBTYPE_GUID, ReadAs::Guid);
+    case SQL_CHAR:
+    case SQL_WCHAR:
+        if (size == 0 || size > kLongerThan) return {LongTextType(), ReadAs::Text};
+        return {TextType(size, true), ReadAs::Text};
+    case SQL_VARCHAR:
+    case SQL_WVARCHAR:
+        if (size == 0 || size > kLongerThan) return {LongTextType(), ReadAs::Text};
+        return {TextType(size, false), ReadAs::Text};
+    case SQL_LONGVARCHAR:
+    case SQL_WLONGVARCHAR: return {LongTextType(), ReadAs::Text};
+    case SQL_BINARY:
+    case SQL_VARBINARY:
+        if (size == 0 || size > kLongerThan) return {LongBinaryType(), ReadAs::Bytes};
+        return {BinaryType(size), ReadAs::Bytes};
+    case SQL_LONGVARBINARY: return {LongBinaryType(), ReadAs::Bytes};
+    default: return {LongTextType(), ReadAs::Text};
+    }
+}
+
+void ReadCell(SQLHSTMT statement, SQLUSMALLINT ordinal, ReadAs readAs, Cell& cell, std::wstring_view statementText) {
+    switch (readAs) {
+    case ReadAs::Integer: {
+        SQLBIGINT value = 0;
+        if (ReadFixed(statement, ordinal, SQL_C_SBIGINT, value, statementText))
+            cell = static_cast<std::int64_t>(value);
+        else
+            cell = std::monostate{};
+        return;
+    }
+    case ReadAs::Real: {
+        double value = 0;
+        if (ReadFixed(statement, ordinal, SQL_C_DOUBLE, value, statementText))
+            cell = value;
+        else
+            cell = std::monostate{};
+        return;
+    }
+    case ReadAs::Date: {
+        SQL_DATE_STRUCT d{};
+        if (!ReadFixed(statement, ordinal, SQL_C_TYPE_DATE, d, statementText)) {
+            cell = std::monostate{};
+            return;
+        }
+        Timestamp t;
+        t.year = d.year;
+        t.month = d.month;
+        t.day = d.day;
+        cell = FormatIsoDateTime(t);
+        return;
+    }
+    case ReadAs::Time: {
+        SQL_TIME_STRUCT d{};
+        if (!ReadFixed(statement, ordinal, SQL_C_TYPE_TIME, d, statementText)) {
+            cell = std::monostate{};
+            return;
+        }
+        wchar_t text[16];
+        swprintf(text, std::size(text), L"%02u:%02u:%02u", d.hour, d.minute, d.second);
+        cell = std::wstring(text);
+        return;
+    }
+    case ReadAs::Timestamp: {
+        SQL_TIMESTAMP_STRUCT d{};
+        if (!ReadFixed(statement, ordinal, SQL_C_TYPE_TIMESTAMP, d, statementText)) {
+            cell = std::monostate{};
+            return;
+        }
+        Timestamp t;
+        t.year = d.year;
+        t.month = d.month;
+        t.day = d.day;
+        t.hour = d.hour;
+        t.minute = d.minute;
+        t.second = d.second;
+        t.fraction = d.fraction;
+        cell = FormatIsoDateTime(t);
+        return;
+    }
+    case ReadAs::Guid: {
+        SQLGUID g{};
+        if (!ReadFixed(statement, ordinal, SQL_C_GUID, g, statementText)) {
+            cell = std::monostate{};
+            return;
+        }
+        wchar_t text[40];
+        StringFromGUID2(reinterpret_cast<const GUID&>(g), text, static_cast<int>(std::size(text)));
+        cell = std::wstring(text);
+        return;
+    }
+    case ReadAs::Bytes: ReadBytes(statement, ordinal, cell, statementText); return;
+    case ReadAs::Text: ReadChars(statement, ordinal, cell, statementText); return;
+    }
+}
+
+}  // namespace zel::provider::odbc
