@@ -329,9 +329,10 @@ cmd_psql() {
 
 [ $# -ge 2 ] || usage
 command="$1"
-dir="$2"
+[ -n "$2" ] || usage
+# Absolute, so that the DSN file and the messages hold paths that work from anywhere.
+dir="$(readlink -m -- "$2")"
 shift 2
-[ -n "$dir" ] || usage
 case "$command" in
   start)  [ $# -eq 0 ] || usage; cmd_start "$dir" ;;
   stop)   [ $# -eq 0 ] || usage; cmd_stop "$dir" ;;
