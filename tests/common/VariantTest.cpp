@@ -18,6 +18,28 @@ TEST(Variant, HoldsStringAndCopiesDeeply) {
     EXPECT_STREQ(L"Shaft", V_BSTR(b.get()));
 }
 
+// Wine's VariantCopy makes a null BSTR an empty, non-null one, and so does copying a Variant; a
+// by-reference VARIANT is copied as its pointer, so the null behind it stays null. Wine's
+// IDispatch::Invoke stub copies every argument this way before the server's Invoke runs, which
+// is why a missing string crosses the process boundary late-bound only by reference.
+TEST(Variant, CopyOfANullStringIsEmptyWhileACopiedReferenceStillReachesTheNull) {
+    Variant null;
+    V_VT(null.get()) = VT_BSTR;  // a null BSTR
+    Variant copy = null;
+    ASSERT_EQ(VT_BSTR, copy.vt());
+    ASSERT_NE(nullptr, V_BSTR(copy.get()));
+    EXPECT_EQ(0u, SysStringLen(V_BSTR(copy.get())));
+
+    BSTR text = nullptr;
+    Variant reference;
+    V_VT(reference.get()) = VT_BYREF | VT_BSTR;
+    V_BSTRREF(reference.get()) = &text;
+    Variant referenceCopy = reference;
+    ASSERT_EQ(VT_BYREF | VT_BSTR, referenceCopy.vt());
+    EXPECT_EQ(&text, V_BSTRREF(referenceCopy.get()));
+    EXPECT_EQ(nullptr, *V_BSTRREF(referenceCopy.get()));
+}
+
 TEST(Variant, TypedFactories) {
     EXPECT_EQ(VT_I4, Variant::FromI4(-42).vt());
     EXPECT_EQ(-42, V_I4(Variant::FromI4(-42).get()));

@@ -128,6 +128,16 @@ TEST_F(CatalogTest, TableOpenPassesFourRestrictionsWithTypeAlwaysPresent) {
     EXPECT_EQ((std::vector<std::wstring>{L"cat", L"sch", L"parts", L"VIEW"}), catalog->requests[1].second);
 }
 
+// An empty string is a restriction of its own, passed on as an empty string; only a null one
+// leaves its restriction empty.
+TEST_F(CatalogTest, TableOpenPassesEmptyRestrictionsAsEmptyStrings) {
+    catalog->schemas.push_back({DBSCHEMA_TABLES, TablesRowset({})});
+    KobOleDbTables tables;
+    ASSERT_TRUE(tables.Open(connection.get(), L"", L"", L"", L""));
+    ASSERT_EQ(1u, catalog->requests.size());
+    EXPECT_EQ((std::vector<std::wstring>{L"", L"", L"", L""}), catalog->requests[0].second);
+}
+
 TEST_F(CatalogTest, TableTypeLongerThan127CharactersFailsTheOpen) {
     catalog->schemas.push_back({DBSCHEMA_TABLES, TablesRowset({})});
     KobOleDbTables tables;
@@ -206,6 +216,35 @@ TEST_F(CatalogTest, ColumnOpenRequiresTableAndPassesColumnRestriction) {
     EXPECT_TRUE(catalog->requests.empty());
     ASSERT_TRUE(columns.Open(connection.get(), nullptr, nullptr, L"parts", L"Name", VARIANT_FALSE));
     EXPECT_EQ((std::vector<std::wstring>{L"<empty>", L"<empty>", L"parts", L"Name"}), catalog->requests[0].second);
+}
+
+// Unlike a null table, an empty one opens the enumeration with an empty table restriction; an
+// empty column name is passed on too, a null one leaves its restriction empty.
+TEST_F(CatalogTest, ColumnOpenPassesEmptyStringsOnAndLeavesNullOnesEmpty) {
+    catalog->schemas.push_back({DBSCHEMA_COLUMNS, ColumnsRowset()});
+    KobOleDbColumns columns;
+    ASSERT_TRUE(columns.Open(connection.get(), L"", L"", L"", L"", VARIANT_FALSE));
+    ASSERT_EQ(1u, catalog->requests.size());
+    EXPECT_EQ((std::vector<std::wstring>{L"", L"", L"", L""}), catalog->requests[0].second);
+    ASSERT_TRUE(columns.Open(connection.get(), nullptr, nullptr, L"", nullptr, VARIANT_FALSE));
+    EXPECT_EQ((std::vector<std::wstring>{L"<empty>", L"<empty>", L"", L"<empty>"}), catalog->requests[1].second);
+}
+
+// A null table fails the open before anything is closed or recorded: an open enumeration on the
+// same object stays open and keeps its place.
+TEST_F(CatalogTest, ColumnOpenWithANullTableLeavesAnOpenEnumerationAsItWas) {
+    auto rowset = ColumnsRowset();
+    rowset->rows = {ColumnRow(MakeColumnRow(L"ID", 1, DBTYPE_I4)), ColumnRow(MakeColumnRow(L"Name", 2, DBTYPE_WSTR))};
+    catalog->schemas.push_back({DBSCHEMA_COLUMNS, rowset});
+    KobOleDbColumns columns;
+    ASSERT_TRUE(columns.Open(connection.get(), nullptr, nullptr, L"parts", nullptr, VARIANT_FALSE));
+    ASSERT_TRUE(columns.FetchNext());
+    EXPECT_FALSE(columns.Open(connection.get(), nullptr, nullptr, nullptr, nullptr, VARIANT_TRUE));
+    EXPECT_EQ(1u, catalog->requests.size());
+    EXPECT_FALSE(columns.HasError());
+    ASSERT_TRUE(columns.HasReader());
+    ASSERT_TRUE(columns.FetchNext());
+    EXPECT_EQ(L"Name", columns.GetField(kFieldColumnName));
 }
 
 TEST_F(CatalogTest, ColumnRecordReadsEveryBoundField) {
@@ -330,6 +369,13 @@ TEST_F(CatalogTest, IndexOpenPassesFiveRestrictionsWithTypeAlwaysEmpty) {
     EXPECT_EQ((std::vector<std::wstring>{L"c", L"s", L"ix", L"<empty>", L"parts"}), catalog->requests[0].second);
     ASSERT_TRUE(indexes.Open(connection.get(), nullptr, nullptr, nullptr, nullptr));
     EXPECT_EQ((std::vector<std::wstring>(5, L"<empty>")), catalog->requests[1].second);
+}
+
+TEST_F(CatalogTest, IndexOpenPassesEmptyRestrictionsAsEmptyStrings) {
+    catalog->schemas.push_back({DBSCHEMA_INDEXES, IndexesRowset()});
+    KobOleDbIndexes indexes;
+    ASSERT_TRUE(indexes.Open(connection.get(), L"", L"", L"", L""));
+    EXPECT_EQ((std::vector<std::wstring>{L"", L"", L"", L"<empty>", L""}), catalog->requests[0].second);
 }
 
 TEST_F(CatalogTest, IndexRecordSeparatesIndexAndTableCatalogsAndSkipsOrdinal24) {

@@ -89,9 +89,78 @@ protected:
         return h;
     }
 
+    // The rows an enumeration lists, read through the interface: table names; column names;
+    // table, index and column names as "table.index.column".
+    std::vector<std::wstring> TableRows(ULONG h) {
+        std::vector<std::wstring> rows;
+        VARIANT_BOOL more = VARIANT_FALSE;
+        while (SUCCEEDED(m_db->TblFetchNext(h, &more)) && more == VARIANT_TRUE) {
+            Bstr name;
+            EXPECT_EQ(S_OK, m_db->TblGetName(h, name.put()));
+            rows.push_back(name.str());
+        }
+        return rows;
+    }
+    std::vector<std::wstring> ColumnRows(ULONG c) {
+        std::vector<std::wstring> rows;
+        VARIANT_BOOL more = VARIANT_FALSE;
+        while (SUCCEEDED(m_db->ColFetchNext(c, &more)) && more == VARIANT_TRUE) {
+            Bstr name;
+            EXPECT_EQ(S_OK, m_db->ColGetName(c, name.put()));
+            rows.push_back(name.str());
+        }
+        return rows;
+    }
+    std::vector<std::wstring> IndexRows(ULONG i) {
+        std::vector<std::wstring> rows;
+        VARIANT_BOOL more = VARIANT_FALSE;
+        while (SUCCEEDED(m_db->IdxFetchNext(i, &more)) && more == VARIANT_TRUE) {
+            Bstr table, index, column;
+            EXPECT_EQ(S_OK, m_db->IdxGetTableName(i, table.put()));
+            EXPECT_EQ(S_OK, m_db->IdxGetName(i, index.put()));
+            EXPECT_EQ(S_OK, m_db->IdxGetColumnName(i, column.put()));
+            rows.push_back(table.str() + L"." + index.str() + L"." + column.str());
+        }
+        return rows;
+    }
+
+    // A late-bound call of `method` on the server object.
+    HRESULT Call(const wchar_t* method, DispArgs& args, Variant& result) {
+        ComPtr<IDispatch> dispatch;
+        HRESULT hr = m_db.query(dispatch);
+        if (FAILED(hr)) return hr;
+        std::wstring name = method;
+        LPOLESTR names[] = {name.data()};
+        DISPID id = 0;
+        hr = dispatch->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
+        if (FAILED(hr)) return hr;
+        return dispatch->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, args.get(), result.put(), nullptr,
+                                nullptr);
+    }
+
     std::wstring m_path;
     ComPtr<IZelOleDb> m_db;
 };
+
+// Makes the argument at declaration `position` a missing string: a VT_BSTR holding a null BSTR
+// when `storage` is null, else a VT_BYREF|VT_BSTR to `storage`, which holds a null BSTR. Set in
+// place: copying a VARIANT makes a null BSTR an empty one.
+void PassNullText(DispArgs& args, UINT position, BSTR* storage) {
+    VARIANT& arg = args.at(args.count() - 1 - position);
+    VariantClear(&arg);
+    if (storage) {
+        *storage = nullptr;
+        V_VT(&arg) = VT_BYREF | VT_BSTR;
+        V_BSTRREF(&arg) = storage;
+    } else {
+        V_VT(&arg) = VT_BSTR;
+        V_BSTR(&arg) = nullptr;
+    }
+}
+
+// Every index column of the fixture's database, in the provider's order (unique indexes first).
+const std::vector<std::wstring> kEveryIndexColumn = {L"orders.PrimaryKey.id", L"parts.PrimaryKey.id",
+                                                     L"parts.parts_name.name", L"parts.parts_name.price"};
 
 TEST_F(CrossProcessCatalogTest, TableEnumerationAndTheTableListCrossTheBoundary) {
     ULONG h = OpenTables();
@@ -187,13 +256,14 @@ TEST_F(CrossProcessCatalogTest, ColumnOpenWithANullTableFailsThroughTheInterface
     }
 }
 
-// Late-bound across the process boundary a null table cannot reach the server under Wine 8.0:
-// oleaut32's IDispatch::Invoke stub copies every argument with VariantCopy before the server's
-// Invoke runs, and Wine's VariantCopy makes a null BSTR an empty one. The server then sees an
-// empty table name, which restricts nothing: every column of the database is listed, and with
-// identity data asked for the open fails only because no table is named "". The server's own
-// rule for a null table late-bound is tested in process (ServiceCatalogTests), where no stub
-// stands between the caller and the dispatcher.
+// Late-bound across the process boundary a null table passed by value cannot reach the server
+// under Wine 8.0: oleaut32's IDispatch::Invoke stub copies every by-value argument with
+// VariantCopy before the server's Invoke runs, and Wine's VariantCopy makes a null BSTR an empty
+// one (the wire itself keeps it null). The server then sees an empty table name, which restricts
+// nothing: every column of the database is listed, and with identity data asked for the open
+// fails only because no table is named "". The server's own rule for a null table late-bound is
+// tested in process (ServiceCatalogTests), where no stub stands between the caller and the
+// dispatcher; a null passed by reference does reach the server (the next test).
 TEST_F(CrossProcessCatalogTest, LateBoundNullTableArrivesAsAnEmptyNameThroughWinesDispatchStub) {
     ComPtr<IDispatch> dispatch;
     ASSERT_EQ(S_OK, m_db.query(dispatch));
@@ -235,6 +305,105 @@ TEST_F(CrossProcessCatalogTest, LateBoundNullTableArrivesAsAnEmptyNameThroughWin
         DispArgs destroy{RefVariant(handle.get())};
         EXPECT_EQ(S_OK, dispatch->Invoke(48, IID_NULL, 0, DISPATCH_METHOD, destroy.get(), result.put(), nullptr,
                                          nullptr));
+    }
+}
+
+// Late-bound, a null table passed by reference reaches the server as null: the stub copies only
+// the reference, and the wire keeps a null BSTR null. So the open fails at once, as through the
+// interface, whether the reference is a VT_BYREF|VT_BSTR or a VT_BYREF|VT_VARIANT holding a null
+// VT_BSTR, and the reference still holds null afterwards.
+TEST_F(CrossProcessCatalogTest, LateBoundNullTableByReferenceFailsTheOpen) {
+    for (bool throughVariant : {false, true}) {
+        for (bool extended : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "through a VARIANT " << throughVariant << ", extended " << extended);
+            BSTR table = nullptr;
+            Variant tableVariant;
+            V_VT(tableVariant.get()) = VT_BSTR;  // holding a null BSTR
+            Variant handle = I4(0), errorText, errorStmt, result;
+            DispArgs open{RefVariant(handle.get()), Str(L""), Str(L""),
+                          throughVariant ? RefVariant(tableVariant.get()) : RefBstr(&table), Str(L""), Bool(extended),
+                          RefVariant(errorText.get()), RefVariant(errorStmt.get())};
+            EXPECT_EQ(E_FAIL, Call(L"ColOpen", open, result));
+            EXPECT_EQ(nullptr, table);
+            ASSERT_EQ(VT_BSTR, tableVariant.vt());
+            EXPECT_EQ(nullptr, V_BSTR(tableVariant.get()));
+            ASSERT_EQ(VT_I4, handle.vt());
+            ASSERT_NE(0, V_I4(handle.get()));
+            ASSERT_EQ(VT_BSTR, errorText.vt());
+            ASSERT_NE(nullptr, V_BSTR(errorText.get()));
+            EXPECT_EQ(0u, SysStringLen(V_BSTR(errorText.get())));
+            // The handle is registered and has no reader: a fetch answers false, a getter fails.
+            DispArgs fetch{RefVariant(handle.get())};
+            ASSERT_EQ(S_OK, Call(L"ColFetchNext", fetch, result));
+            ASSERT_EQ(VT_BOOL, result.vt());
+            EXPECT_EQ(VARIANT_FALSE, V_BOOL(result.get()));
+            Bstr name;
+            EXPECT_EQ(E_FAIL, m_db->ColGetName(static_cast<ULONG>(V_I4(handle.get())), name.put()));
+            DispArgs destroy{RefVariant(handle.get())};
+            EXPECT_EQ(S_OK, Call(L"ColDestroy", destroy, result));
+        }
+    }
+}
+
+// A null restriction is no restriction: null catalog, schema and name with a type list every
+// table of that type, a null column name lists every column of the table, and four null
+// restrictions list every index column of the database.
+TEST_F(CrossProcessCatalogTest, NullRestrictionsRestrictNothingThroughTheInterface) {
+    Bstr type(L"TABLE"), table(L"parts"), errorText, errorStmt;
+    ULONG t = 0;
+    ASSERT_EQ(S_OK, m_db->TblOpen(&t, nullptr, nullptr, nullptr, type.get(), errorText.put(), errorStmt.put()))
+        << testing::PrintToString(errorText.str());
+    EXPECT_EQ((std::vector<std::wstring>{L"orders", L"parts"}), TableRows(t));
+    EXPECT_EQ(S_OK, m_db->TblDestroy(t));
+    ULONG c = 0;
+    ASSERT_EQ(S_OK, m_db->ColOpen(&c, nullptr, nullptr, table.get(), nullptr, VARIANT_TRUE, errorText.put(),
+                                  errorStmt.put()))
+        << testing::PrintToString(errorText.str());
+    EXPECT_EQ((std::vector<std::wstring>{L"id", L"name", L"price"}), ColumnRows(c));
+    EXPECT_EQ(S_OK, m_db->ColDestroy(c));
+    ULONG i = 0;
+    ASSERT_EQ(S_OK, m_db->IdxOpen(&i, nullptr, nullptr, nullptr, nullptr, errorText.put(), errorStmt.put()))
+        << testing::PrintToString(errorText.str());
+    EXPECT_EQ(kEveryIndexColumn, IndexRows(i));
+    EXPECT_EQ(S_OK, m_db->IdxDestroy(i));
+}
+
+// The same late-bound, with the null restrictions passed by reference (they reach the server
+// null) and by value (under Wine they arrive as empty strings, see above; the embedded provider
+// takes an empty name as no restriction either): the same rows either way.
+TEST_F(CrossProcessCatalogTest, LateBoundNullRestrictionsRestrictNothing) {
+    for (bool byReference : {false, true}) {
+        SCOPED_TRACE(testing::Message() << "by reference " << byReference);
+        BSTR nulls[4] = {};
+        auto storage = [&](int k) { return byReference ? &nulls[k] : nullptr; };
+        Variant result;
+
+        Variant t = I4(0), errorText, errorStmt;
+        DispArgs tables{RefVariant(t.get()), Variant(), Variant(), Variant(), Str(L"TABLE"),
+                        RefVariant(errorText.get()), RefVariant(errorStmt.get())};
+        for (UINT position = 1; position <= 3; ++position) PassNullText(tables, position, storage(position - 1));
+        ASSERT_EQ(S_OK, Call(L"TblOpen", tables, result)) << testing::PrintToString(BstrText(V_BSTR(errorText.get())));
+        EXPECT_EQ((std::vector<std::wstring>{L"orders", L"parts"}), TableRows(static_cast<ULONG>(V_I4(t.get()))));
+        EXPECT_EQ(S_OK, m_db->TblDestroy(static_cast<ULONG>(V_I4(t.get()))));
+
+        Variant c = I4(0);
+        DispArgs columns{RefVariant(c.get()), Variant(), Variant(), Str(L"parts"), Variant(), Bool(true),
+                         RefVariant(errorText.get()), RefVariant(errorStmt.get())};
+        PassNullText(columns, 1, storage(0));
+        PassNullText(columns, 2, storage(1));
+        PassNullText(columns, 4, storage(2));
+        ASSERT_EQ(S_OK, Call(L"ColOpen", columns, result)) << testing::PrintToString(BstrText(V_BSTR(errorText.get())));
+        EXPECT_EQ((std::vector<std::wstring>{L"id", L"name", L"price"}), ColumnRows(static_cast<ULONG>(V_I4(c.get()))));
+        EXPECT_EQ(S_OK, m_db->ColDestroy(static_cast<ULONG>(V_I4(c.get()))));
+
+        Variant i = I4(0);
+        DispArgs indexes{RefVariant(i.get()), Variant(), Variant(), Variant(), Variant(), RefVariant(errorText.get()),
+                         RefVariant(errorStmt.get())};
+        for (UINT position = 1; position <= 4; ++position) PassNullText(indexes, position, storage(position - 1));
+        ASSERT_EQ(S_OK, Call(L"IdxOpen", indexes, result)) << testing::PrintToString(BstrText(V_BSTR(errorText.get())));
+        EXPECT_EQ(kEveryIndexColumn, IndexRows(static_cast<ULONG>(V_I4(i.get()))));
+        EXPECT_EQ(S_OK, m_db->IdxDestroy(static_cast<ULONG>(V_I4(i.get()))));
+        for (BSTR text : nulls) EXPECT_EQ(nullptr, text);
     }
 }
 

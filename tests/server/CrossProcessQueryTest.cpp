@@ -235,6 +235,32 @@ TEST_F(CrossProcessQueryTest, ASelectWithoutRowsLeavesTheDocumentUnwritten) {
     EXPECT_EQ(S_OK, m_db->CmdDestroy(h));
 }
 
+// A null command text sets an empty text, as an empty one does: it replaces the statement set
+// before, and executing an empty text runs nothing (not applicable, no error, no document).
+TEST_F(CrossProcessQueryTest, ANullCommandTextReplacesTheStatementWithAnEmptyOne) {
+    const std::vector<const wchar_t*> replacements = {nullptr, L""};
+    for (const wchar_t* replacement : replacements) {
+        SCOPED_TRACE(replacement ? "an empty text" : "a null text");
+        ULONG h = 0;
+        ASSERT_EQ(S_OK, m_db->CmdSetConnection(&h));
+        Bstr select(L"SELECT 1 AS one"), replacementText(replacement ? replacement : L"");
+        ASSERT_EQ(S_OK, m_db->CmdSetCommandText(h, select.get()));
+        SHORT result = 0;
+        Bstr xml, errorText, errorStmt;
+        ASSERT_EQ(S_OK, m_db->CmdExecute(h, &result, xml.put(), errorText.put(), errorStmt.put()));
+        ASSERT_EQ(1, result) << testing::PrintToString(errorText.str());
+
+        ASSERT_EQ(S_OK, m_db->CmdSetCommandText(h, replacement ? replacementText.get() : nullptr));
+        result = 0;
+        ASSERT_EQ(S_OK, m_db->CmdExecute(h, &result, xml.put(), errorText.put(), errorStmt.put()));
+        EXPECT_EQ(2, result);
+        EXPECT_EQ(nullptr, xml.get());
+        EXPECT_EQ(L"", errorText.str());
+        EXPECT_EQ(L"", errorStmt.str());
+        EXPECT_EQ(S_OK, m_db->CmdDestroy(h));
+    }
+}
+
 TEST_F(CrossProcessQueryTest, ADestroyedHandleIsUnknownToEveryMethod) {
     SHORT result = 0;
     ULONG h = Execute(L"CREATE TABLE t (a INTEGER)", &result);
@@ -360,6 +386,47 @@ TEST_F(CrossProcessQueryLateBoundTest, ScriptStyleArgumentsRunTheQueryPath) {
     EXPECT_EQ(S_OK, Call(L"CmdDestroy", destroy));
     DispArgs again{RefVariant(handle.get())};
     EXPECT_EQ(E_FAIL, Call(L"CmdDestroy", again));
+}
+
+// A null command text late-bound replaces the statement with an empty text, passed by value
+// (under Wine's IDispatch::Invoke stub it arrives as an empty string, with the same effect) or
+// by reference (it arrives null).
+TEST_F(CrossProcessQueryLateBoundTest, ANullCommandTextReplacesTheStatementWithAnEmptyOne) {
+    for (bool byReference : {false, true}) {
+        SCOPED_TRACE(byReference ? "by reference" : "by value");
+        Variant handle = I4(0);
+        DispArgs setConnection{RefVariant(handle.get())};
+        ASSERT_EQ(S_OK, Call(L"CmdSetConnection", setConnection));
+        DispArgs select{RefVariant(handle.get()), Str(L"SELECT 1 AS one")};
+        ASSERT_EQ(S_OK, Call(L"CmdSetCommandText", select));
+
+        BSTR text = nullptr;
+        DispArgs setNull{RefVariant(handle.get()), Variant()};
+        // Set in place: copying a VARIANT makes a null BSTR an empty one.
+        VARIANT& arg = setNull.at(0);
+        if (byReference) {
+            V_VT(&arg) = VT_BYREF | VT_BSTR;
+            V_BSTRREF(&arg) = &text;
+        } else {
+            V_VT(&arg) = VT_BSTR;
+            V_BSTR(&arg) = nullptr;
+        }
+        ASSERT_EQ(S_OK, Call(L"CmdSetCommandText", setNull));
+        EXPECT_EQ(nullptr, text);
+
+        Variant result, xml, errorText, errorStmt;
+        DispArgs execute{RefVariant(handle.get()), RefVariant(result.get()), RefVariant(xml.get()),
+                         RefVariant(errorText.get()), RefVariant(errorStmt.get())};
+        ASSERT_EQ(S_OK, Call(L"CmdExecute", execute));
+        ASSERT_EQ(VT_I2, result.vt());
+        EXPECT_EQ(2, V_I2(result.get()));
+        ASSERT_EQ(VT_BSTR, xml.vt());
+        EXPECT_EQ(nullptr, V_BSTR(xml.get()));
+        ASSERT_EQ(VT_BSTR, errorText.vt());
+        EXPECT_EQ(L"", BstrText(V_BSTR(errorText.get())));
+        DispArgs destroy{RefVariant(handle.get())};
+        EXPECT_EQ(S_OK, Call(L"CmdDestroy", destroy));
+    }
 }
 
 TEST_F(CrossProcessQueryLateBoundTest, OutParametersOfAFailedStatementCarryTheError) {

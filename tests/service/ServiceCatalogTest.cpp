@@ -13,6 +13,7 @@
 #include "common/Bstr.h"
 #include "common/SafeArray.h"
 #include "common/Variant.h"
+#include "tests/server/DispatchTestSupport.h"
 #include "tests/support/EmbeddedProvider.h"
 
 using namespace zel;
@@ -208,6 +209,103 @@ TEST_F(CatalogPathTest, ColumnOpenWithANullTableFailsLateBound) {
         EXPECT_EQ(VARIANT_FALSE, more);
         EXPECT_EQ(S_OK, db->ColDestroy(columns));
     }
+}
+
+// Null restrictions restrict nothing: null catalog, schema and name with a type list every table
+// of that type, a null column name every column of the table, four nulls every index column.
+// Late-bound in process, the nulls reach the methods as null: the same rows.
+TEST_F(CatalogPathTest, NullRestrictionsRestrictNothingThroughTheInterfaceAndLateBound) {
+    Run(L"CREATE TABLE parts (id INTEGER PRIMARY KEY, name VARCHAR(40), price REAL)");
+    Run(L"CREATE INDEX parts_name ON parts (name, price)");
+    Run(L"CREATE TABLE orders (id INTEGER PRIMARY KEY, part INTEGER)");
+    auto tableRows = [&](ULONG h) {
+        std::vector<std::wstring> rows;
+        VARIANT_BOOL more = VARIANT_FALSE;
+        while (db->TblFetchNext(h, &more) == S_OK && more == VARIANT_TRUE) {
+            Bstr name;
+            EXPECT_EQ(S_OK, db->TblGetName(h, name.put()));
+            rows.push_back(name.str());
+        }
+        db->TblDestroy(h);
+        return rows;
+    };
+    auto columnRows = [&](ULONG h) {
+        std::vector<std::wstring> rows;
+        VARIANT_BOOL more = VARIANT_FALSE;
+        while (db->ColFetchNext(h, &more) == S_OK && more == VARIANT_TRUE) {
+            Bstr name;
+            EXPECT_EQ(S_OK, db->ColGetName(h, name.put()));
+            rows.push_back(name.str());
+        }
+        db->ColDestroy(h);
+        return rows;
+    };
+    auto indexRows = [&](ULONG h) {
+        std::vector<std::wstring> rows;
+        VARIANT_BOOL more = VARIANT_FALSE;
+        while (db->IdxFetchNext(h, &more) == S_OK && more == VARIANT_TRUE) {
+            Bstr table, index, column;
+            EXPECT_EQ(S_OK, db->IdxGetTableName(h, table.put()));
+            EXPECT_EQ(S_OK, db->IdxGetName(h, index.put()));
+            EXPECT_EQ(S_OK, db->IdxGetColumnName(h, column.put()));
+            rows.push_back(table.str() + L"." + index.str() + L"." + column.str());
+        }
+        db->IdxDestroy(h);
+        return rows;
+    };
+    const std::vector<std::wstring> everyTable = {L"orders", L"parts"};
+    const std::vector<std::wstring> everyColumn = {L"id", L"name", L"price"};
+    const std::vector<std::wstring> everyIndexColumn = {L"orders.PrimaryKey.id", L"parts.PrimaryKey.id",
+                                                        L"parts.parts_name.name", L"parts.parts_name.price"};
+
+    Bstr errorText, errorStmt;
+    ULONG tables = 0, columns = 0, indexes = 0;
+    ASSERT_EQ(S_OK, db->TblOpen(&tables, nullptr, nullptr, nullptr, Bstr(L"TABLE").get(), errorText.put(),
+                                errorStmt.put()));
+    EXPECT_EQ(everyTable, tableRows(tables));
+    ASSERT_EQ(S_OK, db->ColOpen(&columns, nullptr, nullptr, Bstr(L"parts").get(), nullptr, VARIANT_FALSE,
+                                errorText.put(), errorStmt.put()));
+    EXPECT_EQ(everyColumn, columnRows(columns));
+    ASSERT_EQ(S_OK, db->IdxOpen(&indexes, nullptr, nullptr, nullptr, nullptr, errorText.put(), errorStmt.put()));
+    EXPECT_EQ(everyIndexColumn, indexRows(indexes));
+
+    ComPtr<IDispatch> dispatch;
+    ASSERT_EQ(S_OK, db.query(dispatch));
+    using test::DispArgs;
+    using test::RefVariant;
+    // Null BSTRs are set in place: copying a VARIANT makes a null BSTR an empty one.
+    auto makeNull = [](DispArgs& args, std::initializer_list<UINT> positions) {
+        for (UINT position : positions) {
+            VARIANT& arg = args.at(args.count() - 1 - position);
+            VariantClear(&arg);
+            V_VT(&arg) = VT_BSTR;
+        }
+    };
+    auto invoke = [&](DISPID id, DispArgs& args) {
+        Variant result;
+        return dispatch->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, args.get(), result.put(), nullptr, nullptr);
+    };
+    auto handle = [](const Variant& v) { return static_cast<ULONG>(V_I4(v.get())); };
+    Variant handleVariant = test::I4(0), textVariant, stmtVariant;
+    DispArgs tblOpen{RefVariant(handleVariant.get()), Variant(), Variant(), Variant(), test::Str(L"TABLE"),
+                     RefVariant(textVariant.get()), RefVariant(stmtVariant.get())};
+    makeNull(tblOpen, {1, 2, 3});
+    ASSERT_EQ(S_OK, invoke(36, tblOpen));
+    EXPECT_EQ(everyTable, tableRows(handle(handleVariant)));
+
+    handleVariant = test::I4(0);
+    DispArgs colOpen{RefVariant(handleVariant.get()), Variant(), Variant(), test::Str(L"parts"), Variant(),
+                     test::Bool(false), RefVariant(textVariant.get()), RefVariant(stmtVariant.get())};
+    makeNull(colOpen, {1, 2, 4});
+    ASSERT_EQ(S_OK, invoke(47, colOpen));
+    EXPECT_EQ(everyColumn, columnRows(handle(handleVariant)));
+
+    handleVariant = test::I4(0);
+    DispArgs idxOpen{RefVariant(handleVariant.get()), Variant(), Variant(), Variant(), Variant(),
+                     RefVariant(textVariant.get()), RefVariant(stmtVariant.get())};
+    makeNull(idxOpen, {1, 2, 3, 4});
+    ASSERT_EQ(S_OK, invoke(71, idxOpen));
+    EXPECT_EQ(everyIndexColumn, indexRows(handle(handleVariant)));
 }
 
 TEST_F(CatalogPathTest, CreatingAFileNeedsNoConnectionAndLeavesConnectionAsItWas) {

@@ -8,6 +8,7 @@
 #include "common/Bstr.h"
 #include "common/SafeArray.h"
 #include "common/Variant.h"
+#include "tests/server/DispatchTestSupport.h"
 #include "tests/support/EmbeddedProvider.h"
 
 using namespace zel;
@@ -149,6 +150,31 @@ TEST_F(QueryPathTest, ExecuteWithoutXmlPointerWalksTheRowsToTheEndWithoutDocumen
     EXPECT_EQ(L"3", Text(handle, 1));
     EXPECT_EQ(1, Move(&IZelOleDb::CmdFetchPrev, handle));
     EXPECT_EQ(L"2", Text(handle, 1));
+}
+
+// A null command text sets an empty text: it replaces the statement set before, and executing
+// it runs nothing. Late-bound in process the null reaches the method as null, with the same effect.
+TEST_F(QueryPathTest, NullCommandTextReplacesTheStatementThroughTheInterfaceAndLateBound) {
+    ULONG handle = Command(L"SELECT 1 AS one");
+    ASSERT_EQ(1, Execute(handle));
+    ASSERT_EQ(S_OK, db->CmdSetCommandText(handle, nullptr));
+    Bstr xml, errorText, errorStmt;
+    EXPECT_EQ(2, Execute(handle, &xml, &errorText, &errorStmt));
+    EXPECT_EQ(nullptr, xml.get());
+    EXPECT_EQ(L"", errorText.str());
+    EXPECT_EQ(L"", errorStmt.str());
+
+    ASSERT_EQ(S_OK, db->CmdSetCommandText(handle, Bstr(L"SELECT 1 AS one").get()));
+    ASSERT_EQ(1, Execute(handle));
+    ComPtr<IDispatch> dispatch;
+    ASSERT_EQ(S_OK, db.query(dispatch));
+    test::DispArgs setText{test::I4(static_cast<LONG>(handle)), Variant()};
+    V_VT(&setText.at(0)) = VT_BSTR;  // a null BSTR, set in place (a copy would be an empty one)
+    Variant result;
+    ASSERT_EQ(S_OK, dispatch->Invoke(14, IID_NULL, 0, DISPATCH_METHOD, setText.get(), result.put(), nullptr, nullptr));
+    EXPECT_EQ(2, Execute(handle, &xml));
+    EXPECT_EQ(nullptr, xml.get());
+    EXPECT_EQ(S_OK, db->CmdDestroy(handle));
 }
 
 TEST_F(QueryPathTest, UpdateReportsRowsAffectedAndFetchesNothing) {
