@@ -5,14 +5,14 @@
 # THIRD-PARTY-NOTICES.txt and, in licenses/, the copyright files of the Debian packages whose
 # code is linked into the programs.
 #
-# usage: make-package.sh VERSION PRODUCT_CODE OUT_DIR SERVER_EXE PROVIDER_DLL ZELDB_EXE
+# usage: make-package.sh VERSION PRODUCT_CODE OUT_DIR SERVER_EXE PROVIDER_DLL ZELDB_EXE ODBC_PROVIDER_DLL
 set -euo pipefail
 
-if [ $# -ne 6 ]; then
-  echo "usage: $0 VERSION PRODUCT_CODE OUT_DIR SERVER_EXE PROVIDER_DLL ZELDB_EXE" >&2
+if [ $# -ne 7 ]; then
+  echo "usage: $0 VERSION PRODUCT_CODE OUT_DIR SERVER_EXE PROVIDER_DLL ZELDB_EXE ODBC_PROVIDER_DLL" >&2
   exit 2
 fi
-version="$1" product_code="$2" out_dir="$3" server_exe="$4" provider_dll="$5" zeldb_exe="$6"
+version="$1" product_code="$2" out_dir="$3" server_exe="$4" provider_dll="$5" zeldb_exe="$6" odbc_dll="$7"
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 root="$(dirname "$here")"
@@ -38,7 +38,7 @@ mingw_copyright="$(first_file /usr/share/doc/mingw-w64-i686-dev/copyright /usr/s
 gcc_copyright="$(first_file /usr/share/doc/gcc-mingw-w64-base/copyright)" ||
   fail "the GCC runtime's copyright file is missing (Debian package gcc-mingw-w64-base)"
 
-for f in "$server_exe" "$provider_dll" "$zeldb_exe"; do
+for f in "$server_exe" "$provider_dll" "$zeldb_exe" "$odbc_dll"; do
   [ -f "$f" ] || fail "missing $f (build both trees first)"
 done
 command -v wixl >/dev/null || fail "wixl is missing (Debian package wixl)"
@@ -52,6 +52,7 @@ mkdir -p "$stage/licenses"
 
 i686-w64-mingw32-strip --strip-all -o "$stage/ZelPmDb32.exe" "$server_exe"
 i686-w64-mingw32-strip --strip-all -o "$stage/ZelLite.dll" "$provider_dll"
+i686-w64-mingw32-strip --strip-all -o "$stage/ZelOdbc.dll" "$odbc_dll"
 x86_64-w64-mingw32-strip --strip-all -o "$stage/zeldb.exe" "$zeldb_exe"
 cp "$root/README.md" "$stage/README.md"
 cp "$here/THIRD-PARTY-NOTICES.txt" "$stage/THIRD-PARTY-NOTICES.txt"

@@ -37,6 +37,9 @@ PROVIDER_KEYS=(
   "CLSID\\$PROVIDER_CLSID"
   "ZelLite.OLEDB.1"
   "ZelLite.OLEDB"
+  "CLSID\\{84AC49C0-B098-45FD-B026-21C5A56F5FA9}"
+  "ZelOdbc.OLEDB.1"
+  "ZelOdbc.OLEDB"
 )
 # What any registry entry of the server (classes, type library, its two interfaces) or of the
 # provider carries; each must show up in the registry file after the install and none after the
@@ -48,8 +51,10 @@ REGISTRY_MARKS=(
   380BE416-9310-4502-8B6A-493B8D9DF28F
   75EA80C3-5F61-46C3-8282-564C6FEECCCC
   6ED3CDC0-CB85-478B-86C2-ACC437DDD288
+  84AC49C0-B098-45FD-B026-21C5A56F5FA9
   'ZelPmDb32\.ZelOleDb'
   'ZelLite\.OLEDB'
+  'ZelOdbc\.OLEDB'
 )
 
 [ -f "$msi" ] || { echo "FAIL: no package at $msi (build it: ./zel package)" >&2; exit 1; }
@@ -125,7 +130,7 @@ product_registered() { run installed-product reg query "$uninstall_key" /reg:64;
 
 server_dir="$WINEPREFIX/drive_c/Program Files (x86)/ZelPmDb32"
 client_dir="$WINEPREFIX/drive_c/Program Files/ZelPmDb32"
-INSTALLED_FILES=("$server_dir/ZelPmDb32.exe" "$server_dir/ZelLite.dll"
+INSTALLED_FILES=("$server_dir/ZelPmDb32.exe" "$server_dir/ZelLite.dll" "$server_dir/ZelOdbc.dll"
                  "$client_dir/zeldb.exe" "$client_dir/README.md" "$client_dir/THIRD-PARTY-NOTICES.txt"
                  "$client_dir/licenses/sqlite.txt" "$client_dir/licenses/mingw-w64-runtime.txt"
                  "$client_dir/licenses/gcc-runtime.txt")
