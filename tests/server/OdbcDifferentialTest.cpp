@@ -1,1 +1,0 @@
-#include "tests/server/OdbcServerSupport.h"
