@@ -137,6 +137,18 @@ void Connection::EndTransaction(SQLSMALLINT completion, bool retaining) {
         // to the driver's: still in a transaction only if the driver says the call may be retried.
         FailOdbc(SQL_HANDLE_DBC, m_dbc.get());
     }
+    if (completion == SQL_COMMIT) {
+        // A driver that lost its connection during the transaction may answer the commit with
+        // success (psqlODBC does: the transaction ended with the connection, so there is
+        // nothing left to end). Nothing after the loss was committed: say so.
+        SQLUINTEGER dead = SQL_CD_FALSE;
+        if (Succeeded(SQLGetConnectAttrW(m_dbc.get(), SQL_ATTR_CONNECTION_DEAD, &dead, 0, nullptr)) &&
+            dead == SQL_CD_TRUE) {
+            m_inTransaction = false;
+            Fail(XACT_E_ABORTED,
+                 L"The connection to the data source was lost during the transaction: it was not committed.", L"08S01");
+        }
+    }
     if (!retaining) {
         m_inTransaction = false;
         CheckOdbc(SQLSetConnectAttrW(m_dbc.get(), SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), 0),

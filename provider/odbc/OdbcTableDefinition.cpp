@@ -30,13 +30,21 @@ std::wstring TableNameOrFail(DBID* tableId, HRESULT hr) {
 // The column's type in CREATE TABLE: the consumer's own type name when it gave one, else the
 // driver's name for the OLE DB type with the size, precision and scale its CREATE_PARAMS ask for.
 std::wstring DeclaredTypeSql(Connection& c, const DBCOLUMNDESC& desc, const ColumnDefinition& column) {
-    if (desc.pwszTypeName && *desc.pwszTypeName) return desc.pwszTypeName;
+    const bool named = desc.pwszTypeName && *desc.pwszTypeName;
     const bool isLong = (column.type.flags & DBCOLUMNFLAGS_ISLONG) != 0 || column.type.size == kLongColumnSize;
     std::optional<DriverType> driverType = DriverTypeFor(c, column.type.type, isLong);
-    if (!driverType)
+    if (named) {
+        // A bare name of the driver's own type for this OLE DB type takes the precision and
+        // scale (or length) the description gives, as the driver's type would: a table
+        // definition read back names "numeric" with precision 10 and scale 2 for numeric(10,2).
+        const std::wstring name = desc.pwszTypeName;
+        if (!driverType || name.find(L'(') != std::wstring::npos || _wcsicmp(name.c_str(), driverType->name.c_str()))
+            return name;
+    } else if (!driverType) {
         Fail(DB_E_BADTYPE, L"The ODBC driver has no type for the column \"" + column.name + L"\" (OLE DB type " +
                                std::to_wstring(column.type.type) + L").");
-    std::wstring sql = driverType->name;
+    }
+    std::wstring sql = named ? std::wstring(desc.pwszTypeName) : driverType->name;
     const std::wstring& params = driverType->createParams;
     if (params.find(L"precision") != std::wstring::npos && column.type.precision != kNoPrecision &&
         (column.type.type == DBTYPE_DECIMAL || column.type.type == DBTYPE_NUMERIC)) {
