@@ -37,13 +37,7 @@ bool OnlyTrivia(std::wstring_view rest) {
 
 }  // namespace
 
-Command::Command(ComPtr<Session> session) : m_session(std::move(session)) {}
-
-HRESULT Command::QueryExtra(REFIID riid, void** found) noexcept {
-    if (riid != IID_ICommand) return E_NOINTERFACE;
-    *found = static_cast<ICommand*>(static_cast<ICommandText*>(this));
-    return S_OK;
-}
+Command::Command(ComPtr<Session> session) : CommandObject(std::move(session)) {}
 
 STDMETHODIMP Command::Cancel() {
     // Execute runs to its end on the caller's thread; a cancel from another thread interrupts
@@ -112,45 +106,6 @@ STDMETHODIMP Command::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DB
     ZEL_CATCH_RETURN()
 }
 
-STDMETHODIMP Command::GetDBSession(REFIID riid, IUnknown** session) {
-    try {
-        if (!session) Fail(E_INVALIDARG);
-        *session = nullptr;
-        HRESULT hr = m_session->Identity()->QueryInterface(riid, reinterpret_cast<void**>(session));
-        if (FAILED(hr)) Fail(hr);
-        return S_OK;
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Command::GetCommandText(GUID* dialect, LPOLESTR* text) {
-    try {
-        return m_state.GetCommandText(dialect, text);
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Command::SetCommandText(REFGUID dialect, LPCOLESTR text) {
-    try {
-        return m_state.SetCommandText(dialect, text);
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Command::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
-    try {
-        return m_state.GetProperties(idSetCount, idSets, setCount, sets);
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Command::SetProperties(ULONG setCount, DBPROPSET sets[]) {
-    try {
-        return m_state.SetProperties(setCount, sets);
-    }
-    ZEL_CATCH_RETURN()
-}
-
 STDMETHODIMP Command::Prepare(ULONG) {
     try {
         std::lock_guard guard(m_state.lock());
@@ -208,21 +163,6 @@ STDMETHODIMP Command::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL 
         return DescribePrepared()->MapColumnIDs(count, ids, ordinals);
     }
     ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Command::CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) {
-    try {
-        if (!ValidConvertFlags(from, flags, true)) Fail(DB_E_BADCONVERTFLAG);
-        return zel::provider::CanConvert(from, to) ? S_OK : S_FALSE;
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Command::InterfaceSupportsErrorInfo(REFIID riid) {
-    return riid == IID_ICommand || riid == IID_ICommandText || riid == IID_ICommandProperties ||
-                   riid == IID_ICommandPrepare || riid == IID_IColumnsInfo || riid == IID_IConvertType
-               ? S_OK
-               : S_FALSE;
 }
 
 }  // namespace zel::provider

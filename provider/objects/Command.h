@@ -6,10 +6,7 @@
 #include <windows.h>
 #include <oledb.h>
 
-
-#include "common/ComObject.h"
-#include "common/OleDbIids.h"
-#include "provider/objects/CommandState.h"
+#include "provider/objects/CommandObject.h"
 #include "provider/sqlite/SqliteHandles.h"
 
 #include <memory>
@@ -18,12 +15,9 @@ namespace zel::provider {
 
 class Session;
 
-class Command final : public ComObject<Command, ICommandText, ICommandProperties, ICommandPrepare, IColumnsInfo,
-                                       IConvertType, ISupportErrorInfo> {
+class Command final : public CommandObject<Command, Session> {
 public:
     explicit Command(ComPtr<Session> session);
-
-    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
 
     // ICommand. Execute: DB_E_NOCOMMAND without text, DB_E_ERRORSINCOMMAND (and SQLSTATE
     // 42000) for bad SQL, DB_E_NOTABLE for a missing table, DB_E_INTEGRITYVIOLATION for a
@@ -33,14 +27,6 @@ public:
     STDMETHODIMP Cancel() override;
     STDMETHODIMP Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DBROWCOUNT* rowsAffected,
                          IUnknown** rowset) override;
-    STDMETHODIMP GetDBSession(REFIID riid, IUnknown** session) override;
-    // ICommandText and ICommandProperties: as CommandState says.
-    STDMETHODIMP GetCommandText(GUID* dialect, LPOLESTR* text) override;
-    STDMETHODIMP SetCommandText(REFGUID dialect, LPCOLESTR text) override;
-
-    STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                               DBPROPSET** sets) override;
-    STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
 
     // ICommandPrepare: Prepare checks the SQL (DB_E_ERRORSINCOMMAND) so that IColumnsInfo can
     // describe the result before Execute.
@@ -51,18 +37,9 @@ public:
     STDMETHODIMP GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) override;
     STDMETHODIMP MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) override;
 
-    // IConvertType
-    STDMETHODIMP CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) override;
-
-    // ISupportErrorInfo
-    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
-
 private:
     // A rowset describing the prepared statement's columns (IColumnsInfo before Execute).
     ComPtr<IColumnsInfo> DescribePrepared();
-
-    ComPtr<Session> m_session;
-    CommandState m_state;  // text, properties, open rowsets; its lock guards the command
 };
 
 }  // namespace zel::provider

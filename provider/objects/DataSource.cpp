@@ -54,9 +54,7 @@ const LiteralEntry kLiterals[] = {
 
 }  // namespace
 
-DataSource::DataSource() : m_properties(DataSourcePropertyDefinitions()) {
-    m_properties.PutI4(DBPROPSET_DATASOURCEINFO, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_UNINITIALIZED);
-}
+DataSource::DataSource() = default;
 
 std::shared_ptr<Database> DataSource::RequireInitialized() const {
     std::lock_guard guard(m_lock);
@@ -142,35 +140,6 @@ void DataSource::MarkUninitialized() {
     m_properties.PutI4(DBPROPSET_DATASOURCEINFO, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_UNINITIALIZED);
 }
 
-STDMETHODIMP DataSource::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                                       DBPROPSET** sets) {
-    try {
-        std::lock_guard guard(m_lock);
-        auto visible = m_database ? InitializedDataSourceSets() : UninitializedDataSourceSets();
-        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, visible));
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP DataSource::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* infoSetCount,
-                                         DBPROPINFOSET** infoSets, OLECHAR** descriptions) {
-    try {
-        std::lock_guard guard(m_lock);
-        auto visible = m_database ? InitializedDataSourceSets() : UninitializedDataSourceSets();
-        return FailOrReturn(
-            m_properties.GetPropertyInfo(idSetCount, idSets, infoSetCount, infoSets, descriptions, visible));
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP DataSource::SetProperties(ULONG setCount, DBPROPSET sets[]) {
-    try {
-        std::lock_guard guard(m_lock);
-        return FailOrReturn(ApplyProperties(setCount, sets));
-    }
-    ZEL_CATCH_RETURN()
-}
-
 HRESULT DataSource::ApplyProperties(ULONG setCount, DBPROPSET sets[]) {
     const bool initialized = m_database != nullptr;
     std::optional<ConnectionOptions> providerString;
@@ -188,17 +157,7 @@ HRESULT DataSource::ApplyProperties(ULONG setCount, DBPROPSET sets[]) {
             if (V_VT(&value) == VT_BSTR && !providerString->Add(V_BSTR(&value) ? V_BSTR(&value) : L""))
                 return DBPROPSTATUS_BADVALUE;
             return DBPROPSTATUS_OK;
-        case DBPROP_INIT_MODE:
-            if (V_VT(&value) == VT_I4 && (V_I4(&value) & ~0x1F)) return DBPROPSTATUS_BADVALUE;
-            return DBPROPSTATUS_OK;
-        case DBPROP_INIT_PROMPT:
-            if (V_VT(&value) == VT_I2 && (V_I2(&value) < DBPROMPT_PROMPT || V_I2(&value) > DBPROMPT_NOPROMPT))
-                return DBPROPSTATUS_BADVALUE;
-            return DBPROPSTATUS_OK;  // accepted; ZelLite never shows a dialog
-        case kStrayCatalogPropertyId:
-            m_properties.Put(DBPROPSET_DBINIT, DBPROP_INIT_CATALOG, value);
-            return DBPROPSTATUS_OK;
-        default: return DBPROPSTATUS_OK;
+        default: return CheckInitProperty(def, value, m_properties);
         }
     };
     const GUID* const settable[] = {&DBPROPSET_DBINIT, &DBPROPSET_DATASOURCE};
@@ -210,12 +169,6 @@ HRESULT DataSource::ApplyProperties(ULONG setCount, DBPROPSET sets[]) {
         m_properties.PutString(DBPROPSET_DBINIT, DBPROP_INIT_PROVIDERSTRING, m_options.Text());
     }
     return hr;
-}
-
-STDMETHODIMP DataSource::GetClassID(CLSID* clsid) {
-    if (!clsid) return E_INVALIDARG;
-    *clsid = kProviderClsid;
-    return S_OK;
 }
 
 STDMETHODIMP DataSource::CreateSession(IUnknown* outer, REFIID riid, IUnknown** session) {
@@ -310,13 +263,6 @@ STDMETHODIMP DataSource::GetLiteralInfo(ULONG count, const DBLITERAL literals[],
         return ClearErrorAndReturn(DB_S_ERRORSOCCURRED);
     }
     ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP DataSource::InterfaceSupportsErrorInfo(REFIID riid) {
-    return riid == IID_IDBInitialize || riid == IID_IDBProperties || riid == IID_IDBCreateSession ||
-                   riid == IID_IDBInfo || riid == IID_IDBDataSourceAdmin || riid == __uuidof(IJetCompact)
-               ? S_OK
-               : S_FALSE;
 }
 
 }  // namespace zel::provider

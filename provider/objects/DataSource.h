@@ -11,26 +11,20 @@
 #include <mutex>
 #include <span>
 
-#include "common/ComObject.h"
 #include "common/IJetCompact.h"
 #include "common/OleDbIids.h"
+#include "provider/ProviderIdentity.h"
+#include "provider/objects/DataSourceObject.h"
 #include "provider/properties/ConnectionOptions.h"
-#include "provider/properties/PropertyStore.h"
 #include "provider/sqlite/Database.h"
 
 namespace zel::provider {
 
-class DataSource final
-    : public ComObject<DataSource, IDBInitialize, IDBProperties, IPersist, IDBCreateSession, IDBInfo,
-                       IDBDataSourceAdmin, IJetCompact, ISupportErrorInfo> {
+class DataSource final : public DataSourceObject<DataSource, IDBInfo, IDBDataSourceAdmin, IJetCompact> {
 public:
-    DataSource();
+    static constexpr const CLSID& kClassId = kProviderClsid;
 
-    // The object clients see (the outer object when aggregated).
-    IUnknown* Identity() noexcept { return ControllingUnknown(); }
-    // Sessions count themselves, so that Uninitialize can refuse while one is open.
-    void SessionOpened() noexcept { ++m_sessions; }
-    void SessionClosed() noexcept { --m_sessions; }
+    DataSource();
 
     // IDBInitialize. Initialize opens the file named by DBPROP_INIT_DATASOURCE: it never creates
     // one (STG_E_FILENOTFOUND), opens it read-only when DBPROP_INIT_MODE has access bits but no
@@ -39,17 +33,10 @@ public:
     STDMETHODIMP Initialize() override;
     STDMETHODIMP Uninitialize() override;
 
-    // IDBProperties. DBINIT is readable and settable before Initialize; DATASOURCEINFO and
-    // DATASOURCE appear after it. Unknown keywords arrive as several PROVIDERSTRING entries in
-    // one call: each is parsed, all are kept. Arrays returned are the caller's (CoTaskMemFree).
-    STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                               DBPROPSET** sets) override;
-    STDMETHODIMP GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* infoSetCount,
-                                 DBPROPINFOSET** infoSets, OLECHAR** descriptions) override;
-    STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
-
-    // IPersist
-    STDMETHODIMP GetClassID(CLSID* clsid) override;
+    // IDBProperties (DataSourceObject.h). Unknown keywords arrive as several PROVIDERSTRING
+    // entries in one call: each is parsed, all are kept.
+    bool Initialized() const noexcept { return m_database != nullptr; }
+    HRESULT ApplyProperties(ULONG setCount, DBPROPSET sets[]);
 
     // IDBCreateSession: E_UNEXPECTED before Initialize; DB_E_NOAGGREGATION when aggregated with
     // an IID other than IUnknown. Each session has its own connection to the file.
@@ -124,17 +111,11 @@ public:
     // leaves no target behind.
     STDMETHODIMP Compact(ULONG setCount, DBPROPSET sets[]) override;
 
-    // ISupportErrorInfo
-    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
-
 private:
     std::shared_ptr<Database> RequireInitialized() const;
     // The file, mode and busy timeout the DBINIT properties name (an empty path when no file
     // is named). The caller holds m_lock.
     OpenOptions InitOptions() const;
-    // IDBProperties::SetProperties without the lock and the error object: statuses written,
-    // S_OK, DB_S_ERRORSOCCURRED, DB_E_ERRORSOCCURRED or E_INVALIDARG returned.
-    HRESULT ApplyProperties(ULONG setCount, DBPROPSET sets[]);
     // The data-source information an initialized data source reports, and back.
     void MarkInitialized(const OpenOptions& options);
     void MarkUninitialized();
@@ -144,11 +125,8 @@ private:
     void CreateAndOpen(std::span<DBPROPSET> sourceSets, std::span<DBPROPSET> sessionSets, IUnknown* outer,
                        REFIID riid, ComPtr<IUnknown>* session);
 
-    mutable std::mutex m_lock;
-    PropertyStore m_properties;
     ConnectionOptions m_options;
     std::shared_ptr<Database> m_database;
-    std::atomic<LONG> m_sessions{0};
 };
 
 }  // namespace zel::provider

@@ -5,6 +5,7 @@
 #include "provider/errors/Errors.h"
 #include "provider/objects/Command.h"
 #include "provider/objects/Rowset.h"
+#include "provider/objects/TransactionChecks.h"
 #include "provider/properties/RowsetProperties.h"
 #include "provider/properties/SessionProperties.h"
 #include "provider/rows/RowWriter.h"
@@ -14,38 +15,12 @@
 
 namespace zel::provider {
 
+// SQLite's transactions are serializable, and so is its work outside them.
 Session::Session(ComPtr<DataSource> dataSource, std::shared_ptr<Database> database)
-    : m_dataSource(std::move(dataSource)), m_database(std::move(database)), m_properties(SessionPropertyDefinitions()) {
-    m_properties.PutI4(DBPROPSET_SESSION, DBPROP_SESS_AUTOCOMMITISOLEVELS, DBPROPVAL_TI_SERIALIZABLE);
-    m_properties.CaptureDefaults();
-    m_dataSource->SessionOpened();
-}
+    : SessionObject(std::move(dataSource), DBPROPVAL_TI_SERIALIZABLE), m_database(std::move(database)) {}
 
-Session::~Session() {
-    // An open transaction ends with the session: SQLite rolls it back when the connection closes.
-    m_dataSource->SessionClosed();
-}
-
-HRESULT Session::QueryExtra(REFIID riid, void** found) noexcept {
-    if (riid == IID_ITransaction)
-        *found = static_cast<ITransaction*>(static_cast<ITransactionLocal*>(this));
-    else if (riid == IID_ITableDefinition)
-        *found = static_cast<ITableDefinition*>(static_cast<ITableCreation*>(this));
-    else
-        return E_NOINTERFACE;
-    return S_OK;
-}
-
-STDMETHODIMP Session::GetDataSource(REFIID riid, IUnknown** dataSource) {
-    try {
-        if (!dataSource) Fail(E_INVALIDARG);
-        *dataSource = nullptr;
-        HRESULT hr = m_dataSource->Identity()->QueryInterface(riid, reinterpret_cast<void**>(dataSource));
-        if (FAILED(hr)) Fail(hr);
-        return S_OK;
-    }
-    ZEL_CATCH_RETURN()
-}
+// An open transaction ends with the session: SQLite rolls it back when the connection closes.
+Session::~Session() = default;
 
 STDMETHODIMP Session::OpenRowset(IUnknown* outer, DBID* tableId, DBID* indexId, REFIID riid, ULONG setCount,
                                  DBPROPSET sets[], IUnknown** rowset) {
@@ -114,22 +89,6 @@ STDMETHODIMP Session::CreateCommand(IUnknown* outer, REFIID riid, IUnknown** com
     ZEL_CATCH_RETURN()
 }
 
-STDMETHODIMP Session::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount, DBPROPSET** sets) {
-    try {
-        std::lock_guard guard(m_lock);
-        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, SessionPropertySets()));
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Session::SetProperties(ULONG setCount, DBPROPSET sets[]) {
-    try {
-        std::lock_guard guard(m_lock);
-        return FailOrReturn(m_properties.SetProperties(setCount, sets, SessionPropertySets(), nullptr));
-    }
-    ZEL_CATCH_RETURN()
-}
-
 void Session::Begin() {
     // A read-write session takes the write lock at once, so that two writers never deadlock
     // upgrading their locks; the busy timeout makes the second one wait.
@@ -138,16 +97,8 @@ void Session::Begin() {
 
 STDMETHODIMP Session::StartTransaction(ISOLEVEL level, ULONG flags, ITransactionOptions*, ULONG* transactionLevel) {
     try {
+        CheckStartTransaction(level, flags);
         std::lock_guard guard(m_lock);
-        if (flags != 0) Fail(XACT_E_NOISORETAIN, L"Isolation flags are not supported.");
-        switch (static_cast<ULONG>(level)) {
-        case ISOLATIONLEVEL_UNSPECIFIED:
-        case ISOLATIONLEVEL_READUNCOMMITTED:
-        case ISOLATIONLEVEL_READCOMMITTED:
-        case ISOLATIONLEVEL_REPEATABLEREAD:
-        case ISOLATIONLEVEL_SERIALIZABLE: break;
-        default: Fail(XACT_E_ISOLATIONLEVEL);
-        }
         if (m_database->InTransaction()) Fail(XACT_E_XTIONEXISTS);
         Begin();
         if (transactionLevel) *transactionLevel = 1;
@@ -158,10 +109,8 @@ STDMETHODIMP Session::StartTransaction(ISOLEVEL level, ULONG flags, ITransaction
 
 STDMETHODIMP Session::Commit(BOOL retaining, DWORD commitType, DWORD resourceManagerFlags) {
     try {
+        CheckCommit(commitType, resourceManagerFlags);
         std::lock_guard guard(m_lock);
-        if (commitType != 0 && commitType != XACTTC_SYNC && commitType != XACTTC_SYNC_PHASEONE)
-            Fail(XACT_E_NOTSUPPORTED);
-        if (resourceManagerFlags != 0) Fail(XACT_E_NOTSUPPORTED);
         if (!m_database->InTransaction()) Fail(XACT_E_NOTRANSACTION);
         m_database->Execute("COMMIT");
         if (retaining) Begin();
@@ -172,8 +121,8 @@ STDMETHODIMP Session::Commit(BOOL retaining, DWORD commitType, DWORD resourceMan
 
 STDMETHODIMP Session::Abort(BOID*, BOOL retaining, BOOL async) {
     try {
+        CheckAbort(async);
         std::lock_guard guard(m_lock);
-        if (async) Fail(XACT_E_NOTSUPPORTED);
         if (!m_database->InTransaction()) Fail(XACT_E_NOTRANSACTION);
         m_database->Execute("ROLLBACK");
         if (retaining) Begin();
@@ -195,24 +144,6 @@ STDMETHODIMP Session::GetTransactionInfo(XACTTRANSINFO* info) {
         return S_OK;
     }
     ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Session::GetOptionsObject(ITransactionOptions** options) {
-    try {
-        if (!options) Fail(E_INVALIDARG);
-        *options = nullptr;
-        Fail(E_NOTIMPL, L"Transaction options (time-out, description) are not supported.");
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Session::InterfaceSupportsErrorInfo(REFIID riid) {
-    return riid == IID_IGetDataSource || riid == IID_IOpenRowset || riid == IID_IDBCreateCommand ||
-                   riid == IID_ISessionProperties || riid == IID_ITransactionLocal || riid == IID_ITransaction ||
-                   riid == IID_IDBSchemaRowset || riid == IID_ITableDefinition || riid == IID_ITableCreation ||
-                   riid == IID_IIndexDefinition
-               ? S_OK
-               : S_FALSE;
 }
 
 }  // namespace zel::provider

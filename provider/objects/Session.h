@@ -9,27 +9,18 @@
 #include <memory>
 #include <mutex>
 
-#include "common/ComObject.h"
-#include "common/OleDbIids.h"
+#include "provider/objects/SessionObject.h"
 #include "provider/objects/DataSource.h"
-#include "provider/properties/PropertyStore.h"
 #include "provider/sqlite/Database.h"
 
 namespace zel::provider {
 
-class Session final : public ComObject<Session, IGetDataSource, IOpenRowset, IDBCreateCommand, ISessionProperties,
-                                       ITransactionLocal, IDBSchemaRowset, ITableCreation, IIndexDefinition,
-                                       ISupportErrorInfo> {
+class Session final : public SessionObject<Session, DataSource, IIndexDefinition> {
 public:
     Session(ComPtr<DataSource> dataSource, std::shared_ptr<Database> database);
     ~Session() override;
 
-    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
-    IUnknown* Identity() noexcept { return ControllingUnknown(); }
     const std::shared_ptr<Database>& database() const noexcept { return m_database; }
-
-    // IGetDataSource
-    STDMETHODIMP GetDataSource(REFIID riid, IUnknown** dataSource) override;
 
     // IOpenRowset: opens a table or view by name (DBKIND_NAME); DB_E_NOTABLE when there is none,
     // DB_E_NOINDEX for index ids. Rowset properties as for commands.
@@ -39,31 +30,21 @@ public:
     // IDBCreateCommand
     STDMETHODIMP CreateCommand(IUnknown* outer, REFIID riid, IUnknown** command) override;
 
-    // ISessionProperties (DBPROPSET_SESSION).
-    STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                               DBPROPSET** sets) override;
-    STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
-
     // ITransactionLocal / ITransaction. One level: a second StartTransaction fails with
     // XACT_E_XTIONEXISTS; Commit and Abort without one with XACT_E_NOTRANSACTION. SQLite
     // transactions are serializable, and that is the level reported.
     STDMETHODIMP Commit(BOOL retaining, DWORD commitType, DWORD resourceManagerFlags) override;
     STDMETHODIMP Abort(BOID* reason, BOOL retaining, BOOL async) override;
     STDMETHODIMP GetTransactionInfo(XACTTRANSINFO* info) override;
-    STDMETHODIMP GetOptionsObject(ITransactionOptions** options) override;
     STDMETHODIMP StartTransaction(ISOLEVEL level, ULONG flags, ITransactionOptions* options,
                                   ULONG* transactionLevel) override;
 
     // IDBSchemaRowset (SessionSchemaRowsets.cpp): TABLES, COLUMNS, INDEXES, PRIMARY_KEYS and
-    // PROVIDER_TYPES with their standard columns (SchemaRowsets.h). An empty or VT_EMPTY
-    // restriction does not restrict. The provider's own metadata table never appears.
-    // GetRowset gives a read-only rowset; E_INVALIDARG for another schema, more restrictions
-    // than it defines or one of the wrong type; DB_E_NOAGGREGATION; E_NOINTERFACE;
-    // DB_E_ERRORSOCCURRED when a required rowset property (IRowsetChange among them) cannot be
-    // set. GetSchemas' two arrays are the caller's to free (CoTaskMemFree).
+    // PROVIDER_TYPES with their standard columns (SchemaRowsets.h), results as
+    // SchemaRowsetOpening.h says. An empty or VT_EMPTY restriction does not restrict. The
+    // provider's own metadata table never appears.
     STDMETHODIMP GetRowset(IUnknown* outer, REFGUID schema, ULONG restrictionCount, const VARIANT restrictions[],
                            REFIID riid, ULONG setCount, DBPROPSET sets[], IUnknown** rowset) override;
-    STDMETHODIMP GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** restrictionSupport) override;
 
     // ITableDefinition and ITableCreation (SessionTableDefinition.cpp). Column properties that
     // SQLite cannot hold itself (identity seed and increment, allow-zero-length, descriptions)
@@ -102,16 +83,11 @@ public:
                              DBID** newIndexId) override;
     STDMETHODIMP DropIndex(DBID* tableId, DBID* indexId) override;
 
-    // ISupportErrorInfo
-    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
-
 private:
     void Begin();
 
     std::mutex m_lock;
-    ComPtr<DataSource> m_dataSource;
     std::shared_ptr<Database> m_database;
-    PropertyStore m_properties;
 };
 
 }  // namespace zel::provider

@@ -18,11 +18,4 @@ STDMETHODIMP Session::GetRowset(IUnknown* outer, REFGUID schema, ULONG restricti
     ZEL_CATCH_RETURN()
 }
 
-STDMETHODIMP Session::GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** restrictionSupport) {
-    try {
-        return WriteSupportedSchemas(schemaCount, schemas, restrictionSupport);
-    }
-    ZEL_CATCH_RETURN()
-}
-
 }  // namespace zel::provider

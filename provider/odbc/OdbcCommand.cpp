@@ -12,13 +12,7 @@
 
 namespace zel::provider::odbc {
 
-OdbcCommand::OdbcCommand(ComPtr<OdbcSession> session) : m_session(std::move(session)) {}
-
-HRESULT OdbcCommand::QueryExtra(REFIID riid, void** found) noexcept {
-    if (riid != IID_ICommand) return E_NOINTERFACE;
-    *found = static_cast<ICommand*>(static_cast<ICommandText*>(this));
-    return S_OK;
-}
+OdbcCommand::OdbcCommand(ComPtr<OdbcSession> session) : CommandObject(std::move(session)) {}
 
 STDMETHODIMP OdbcCommand::Cancel() {
     // SQLCancel is the one ODBC call meant for another thread while a statement executes.
@@ -48,46 +42,6 @@ STDMETHODIMP OdbcCommand::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params
                                             ComPtr<IUnknown>(ControllingUnknown()), m_state.OpenToken());
         if (FAILED(hr)) Fail(hr);
         return S_OK;
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::GetDBSession(REFIID riid, IUnknown** session) {
-    try {
-        if (!session) Fail(E_INVALIDARG);
-        *session = nullptr;
-        HRESULT hr = m_session->Identity()->QueryInterface(riid, reinterpret_cast<void**>(session));
-        if (FAILED(hr)) Fail(hr);
-        return S_OK;
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::GetCommandText(GUID* dialect, LPOLESTR* text) {
-    try {
-        return m_state.GetCommandText(dialect, text);
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::SetCommandText(REFGUID dialect, LPCOLESTR text) {
-    try {
-        return m_state.SetCommandText(dialect, text);
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                                        DBPROPSET** sets) {
-    try {
-        return m_state.GetProperties(idSetCount, idSets, setCount, sets);
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::SetProperties(ULONG setCount, DBPROPSET sets[]) {
-    try {
-        return m_state.SetProperties(setCount, sets);
     }
     ZEL_CATCH_RETURN()
 }
@@ -152,21 +106,6 @@ STDMETHODIMP OdbcCommand::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDI
         return DescribePrepared()->MapColumnIDs(count, ids, ordinals);
     }
     ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) {
-    try {
-        if (!ValidConvertFlags(from, flags, true)) Fail(DB_E_BADCONVERTFLAG);
-        return zel::provider::CanConvert(from, to) ? S_OK : S_FALSE;
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::InterfaceSupportsErrorInfo(REFIID riid) {
-    return riid == IID_ICommand || riid == IID_ICommandText || riid == IID_ICommandProperties ||
-                   riid == IID_ICommandPrepare || riid == IID_IColumnsInfo || riid == IID_IConvertType
-               ? S_OK
-               : S_FALSE;
 }
 
 }  // namespace zel::provider::odbc

@@ -9,21 +9,16 @@
 
 #include <atomic>
 
-#include "common/ComObject.h"
-#include "common/OleDbIids.h"
-#include "provider/objects/CommandState.h"
+#include "provider/objects/CommandObject.h"
 #include "provider/odbc/OdbcConnection.h"
 
 namespace zel::provider::odbc {
 
 class OdbcSession;
 
-class OdbcCommand final : public ComObject<OdbcCommand, ICommandText, ICommandProperties, ICommandPrepare,
-                                           IColumnsInfo, IConvertType, ISupportErrorInfo> {
+class OdbcCommand final : public CommandObject<OdbcCommand, OdbcSession> {
 public:
     explicit OdbcCommand(ComPtr<OdbcSession> session);
-
-    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
 
     // ICommand. Execute: DB_E_NOCOMMAND without text; parameters are not supported
     // (DB_E_PARAMNOTOPTIONAL when values are given); otherwise the driver's failure with its
@@ -34,13 +29,6 @@ public:
     STDMETHODIMP Cancel() override;
     STDMETHODIMP Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DBROWCOUNT* rowsAffected,
                          IUnknown** rowset) override;
-    STDMETHODIMP GetDBSession(REFIID riid, IUnknown** session) override;
-    // ICommandText and ICommandProperties: as CommandState says.
-    STDMETHODIMP GetCommandText(GUID* dialect, LPOLESTR* text) override;
-    STDMETHODIMP SetCommandText(REFGUID dialect, LPCOLESTR text) override;
-    STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                               DBPROPSET** sets) override;
-    STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
 
     // ICommandPrepare: Prepare has the driver prepare the text (SQLPrepare), so that errors show
     // and IColumnsInfo can describe the result before Execute.
@@ -51,18 +39,10 @@ public:
     STDMETHODIMP GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) override;
     STDMETHODIMP MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) override;
 
-    // IConvertType
-    STDMETHODIMP CanConvert(DBTYPE from, DBTYPE to, DBCONVERTFLAGS flags) override;
-
-    // ISupportErrorInfo
-    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
-
 private:
     // A rowset without rows that describes the prepared statement's columns.
     ComPtr<IColumnsInfo> DescribePrepared();
 
-    ComPtr<OdbcSession> m_session;
-    CommandState m_state;
     std::atomic<SQLHSTMT> m_running{nullptr};
 };
 

@@ -35,10 +35,6 @@ void AppendPair(std::wstring& out, const wchar_t* key, const std::wstring& value
 
 }  // namespace
 
-OdbcDataSource::OdbcDataSource() : m_properties(DataSourcePropertyDefinitions()) {
-    m_properties.PutI4(DBPROPSET_DATASOURCEINFO, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_UNINITIALIZED);
-}
-
 std::wstring OdbcDataSource::ConnectionString() const {
     std::wstring out;
     auto text = [&](DBPROPID id) { return Trim(m_properties.GetString(DBPROPSET_DBINIT, id)); };
@@ -121,35 +117,6 @@ STDMETHODIMP OdbcDataSource::Uninitialize() {
     ZEL_CATCH_RETURN()
 }
 
-STDMETHODIMP OdbcDataSource::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                                           DBPROPSET** sets) {
-    try {
-        std::lock_guard guard(m_lock);
-        auto visible = m_connection ? InitializedDataSourceSets() : UninitializedDataSourceSets();
-        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, visible));
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcDataSource::GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* infoSetCount,
-                                             DBPROPINFOSET** infoSets, OLECHAR** descriptions) {
-    try {
-        std::lock_guard guard(m_lock);
-        auto visible = m_connection ? InitializedDataSourceSets() : UninitializedDataSourceSets();
-        return FailOrReturn(
-            m_properties.GetPropertyInfo(idSetCount, idSets, infoSetCount, infoSets, descriptions, visible));
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcDataSource::SetProperties(ULONG setCount, DBPROPSET sets[]) {
-    try {
-        std::lock_guard guard(m_lock);
-        return FailOrReturn(ApplyProperties(setCount, sets));
-    }
-    ZEL_CATCH_RETURN()
-}
-
 HRESULT OdbcDataSource::ApplyProperties(ULONG setCount, DBPROPSET sets[]) {
     const bool initialized = m_connection != nullptr;
     std::vector<std::wstring> providerStrings;
@@ -169,14 +136,7 @@ HRESULT OdbcDataSource::ApplyProperties(ULONG setCount, DBPROPSET sets[]) {
             handled = true;
             if (V_VT(&value) == VT_BSTR && V_BSTR(&value)) providerStrings.emplace_back(V_BSTR(&value));
             return DBPROPSTATUS_OK;
-        case DBPROP_INIT_PROMPT:
-            if (V_VT(&value) == VT_I2 && (V_I2(&value) < DBPROMPT_PROMPT || V_I2(&value) > DBPROMPT_NOPROMPT))
-                return DBPROPSTATUS_BADVALUE;
-            return DBPROPSTATUS_OK;  // accepted; the driver is never asked to prompt
-        case kStrayCatalogPropertyId:
-            m_properties.Put(DBPROPSET_DBINIT, DBPROP_INIT_CATALOG, value);
-            return DBPROPSTATUS_OK;
-        default: return DBPROPSTATUS_OK;
+        default: return CheckInitProperty(def, value, m_properties);
         }
     };
     const GUID* const settable[] = {&DBPROPSET_DBINIT, &DBPROPSET_DATASOURCE};
@@ -193,12 +153,6 @@ HRESULT OdbcDataSource::ApplyProperties(ULONG setCount, DBPROPSET sets[]) {
         m_properties.PutString(DBPROPSET_DBINIT, DBPROP_INIT_PROVIDERSTRING, joined);
     }
     return hr;
-}
-
-STDMETHODIMP OdbcDataSource::GetClassID(CLSID* clsid) {
-    if (!clsid) return E_INVALIDARG;
-    *clsid = kProviderClsid;
-    return S_OK;
 }
 
 STDMETHODIMP OdbcDataSource::CreateSession(IUnknown* outer, REFIID riid, IUnknown** session) {
@@ -252,13 +206,6 @@ STDMETHODIMP OdbcDataSource::ModifyDataSource(ULONG, DBPROPSET[]) {
         Fail(DB_E_NOTSUPPORTED, kNotAFile);
     }
     ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcDataSource::InterfaceSupportsErrorInfo(REFIID riid) {
-    return riid == IID_IDBInitialize || riid == IID_IDBProperties || riid == IID_IDBCreateSession ||
-                   riid == IID_IDBDataSourceAdmin
-               ? S_OK
-               : S_FALSE;
 }
 
 }  // namespace zel::provider::odbc

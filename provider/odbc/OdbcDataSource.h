@@ -20,21 +20,16 @@
 #include <string>
 #include <vector>
 
-#include "common/ComObject.h"
 #include "common/OleDbIids.h"
+#include "provider/objects/DataSourceObject.h"
 #include "provider/odbc/OdbcConnection.h"
-#include "provider/properties/PropertyStore.h"
+#include "provider/odbc/OdbcIdentity.h"
 
 namespace zel::provider::odbc {
 
-class OdbcDataSource final : public ComObject<OdbcDataSource, IDBInitialize, IDBProperties, IPersist, IDBCreateSession,
-                                              IDBDataSourceAdmin, ISupportErrorInfo> {
+class OdbcDataSource final : public DataSourceObject<OdbcDataSource, IDBDataSourceAdmin> {
 public:
-    OdbcDataSource();
-
-    IUnknown* Identity() noexcept { return ControllingUnknown(); }
-    void SessionOpened() noexcept { ++m_sessions; }
-    void SessionClosed() noexcept { --m_sessions; }
+    static constexpr const CLSID& kClassId = kProviderClsid;
 
     // IDBInitialize. Initialize connects (SQLDriverConnect, never prompting) and keeps the
     // connection for data-source information; each session opens its own. Failures carry the
@@ -44,15 +39,9 @@ public:
     STDMETHODIMP Initialize() override;
     STDMETHODIMP Uninitialize() override;
 
-    // IDBProperties: DBINIT before Initialize; DATASOURCEINFO and DATASOURCE after it.
-    STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                               DBPROPSET** sets) override;
-    STDMETHODIMP GetPropertyInfo(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* infoSetCount,
-                                 DBPROPINFOSET** infoSets, OLECHAR** descriptions) override;
-    STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
-
-    // IPersist
-    STDMETHODIMP GetClassID(CLSID* clsid) override;
+    // IDBProperties (DataSourceObject.h): provider-string entries are kept as given.
+    bool Initialized() const noexcept { return m_connection != nullptr; }
+    HRESULT ApplyProperties(ULONG setCount, DBPROPSET sets[]);
 
     // IDBCreateSession: E_UNEXPECTED before Initialize; DB_E_NOAGGREGATION when aggregated with
     // an IID other than IUnknown.
@@ -68,23 +57,16 @@ public:
                                        DBPROPINFOSET** infoSets, OLECHAR** descriptions) override;
     STDMETHODIMP ModifyDataSource(ULONG setCount, DBPROPSET sets[]) override;
 
-    // ISupportErrorInfo
-    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
-
     // The connection string the DBINIT properties make (see above). The caller holds m_lock
     // or the data source is initialized (the properties no longer change).
     std::wstring ConnectionString() const;
     SQLUINTEGER LoginTimeout() const;
 
 private:
-    HRESULT ApplyProperties(ULONG setCount, DBPROPSET sets[]);
     void MarkInitialized();
 
-    mutable std::mutex m_lock;
-    PropertyStore m_properties;
     std::vector<std::wstring> m_providerStrings;
     std::shared_ptr<Connection> m_connection;
-    std::atomic<LONG> m_sessions{0};
 };
 
 }  // namespace zel::provider::odbc

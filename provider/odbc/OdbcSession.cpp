@@ -5,11 +5,11 @@
 #include "provider/errors/Errors.h"
 #include "provider/objects/Rowset.h"
 #include "provider/objects/SchemaRowsetOpening.h"
+#include "provider/objects/TransactionChecks.h"
 #include "provider/odbc/OdbcCatalog.h"
 #include "provider/odbc/OdbcCommand.h"
 #include "provider/odbc/OdbcRowSource.h"
 #include "provider/properties/RowsetProperties.h"
-#include "provider/properties/SessionProperties.h"
 
 namespace zel::provider::odbc {
 
@@ -26,33 +26,16 @@ SQLUINTEGER OdbcIsolation(ISOLEVEL level) {
 
 }  // namespace
 
+// Work outside a transaction is committed statement by statement, read committed.
 OdbcSession::OdbcSession(ComPtr<OdbcDataSource> dataSource, std::shared_ptr<Connection> connection)
-    : m_dataSource(std::move(dataSource)), m_connection(std::move(connection)),
-      m_properties(SessionPropertyDefinitions()) {
-    m_properties.PutI4(DBPROPSET_SESSION, DBPROP_SESS_AUTOCOMMITISOLEVELS, DBPROPVAL_TI_READCOMMITTED);
-    m_properties.CaptureDefaults();
-    {
-        std::lock_guard guard(m_connection->lock());
-        m_quote = m_connection->InfoText(SQL_IDENTIFIER_QUOTE_CHAR);
-    }
+    : SessionObject(std::move(dataSource), DBPROPVAL_TI_READCOMMITTED), m_connection(std::move(connection)) {
+    std::lock_guard guard(m_connection->lock());
+    m_quote = m_connection->InfoText(SQL_IDENTIFIER_QUOTE_CHAR);
     if (m_quote == L" ") m_quote.clear();  // the driver does not quote identifiers
-    m_dataSource->SessionOpened();
 }
 
-OdbcSession::~OdbcSession() {
-    // A transaction still open ends with the session: the connection rolls it back.
-    m_dataSource->SessionClosed();
-}
-
-HRESULT OdbcSession::QueryExtra(REFIID riid, void** found) noexcept {
-    if (riid == IID_ITransaction)
-        *found = static_cast<ITransaction*>(static_cast<ITransactionLocal*>(this));
-    else if (riid == IID_ITableDefinition)
-        *found = static_cast<ITableDefinition*>(static_cast<ITableCreation*>(this));
-    else
-        return E_NOINTERFACE;
-    return S_OK;
-}
+// A transaction still open ends with the session: the connection rolls it back.
+OdbcSession::~OdbcSession() = default;
 
 std::wstring OdbcSession::QuoteName(const std::wstring& name) const {
     if (m_quote.empty()) return name;
@@ -63,17 +46,6 @@ std::wstring OdbcSession::QuoteName(const std::wstring& name) const {
     }
     out += m_quote;
     return out;
-}
-
-STDMETHODIMP OdbcSession::GetDataSource(REFIID riid, IUnknown** dataSource) {
-    try {
-        if (!dataSource) Fail(E_INVALIDARG);
-        *dataSource = nullptr;
-        HRESULT hr = m_dataSource->Identity()->QueryInterface(riid, reinterpret_cast<void**>(dataSource));
-        if (FAILED(hr)) Fail(hr);
-        return S_OK;
-    }
-    ZEL_CATCH_RETURN()
 }
 
 STDMETHODIMP OdbcSession::OpenRowset(IUnknown* outer, DBID* tableId, DBID* indexId, REFIID riid, ULONG setCount,
@@ -116,35 +88,10 @@ STDMETHODIMP OdbcSession::CreateCommand(IUnknown* outer, REFIID riid, IUnknown**
     ZEL_CATCH_RETURN()
 }
 
-STDMETHODIMP OdbcSession::GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                                        DBPROPSET** sets) {
-    try {
-        std::lock_guard guard(m_lock);
-        return FailOrReturn(m_properties.GetProperties(idSetCount, idSets, setCount, sets, SessionPropertySets()));
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcSession::SetProperties(ULONG setCount, DBPROPSET sets[]) {
-    try {
-        std::lock_guard guard(m_lock);
-        return FailOrReturn(m_properties.SetProperties(setCount, sets, SessionPropertySets(), nullptr));
-    }
-    ZEL_CATCH_RETURN()
-}
-
 STDMETHODIMP OdbcSession::StartTransaction(ISOLEVEL level, ULONG flags, ITransactionOptions*,
                                            ULONG* transactionLevel) {
     try {
-        if (flags != 0) Fail(XACT_E_NOISORETAIN, L"Isolation flags are not supported.");
-        switch (static_cast<ULONG>(level)) {
-        case ISOLATIONLEVEL_UNSPECIFIED:
-        case ISOLATIONLEVEL_READUNCOMMITTED:
-        case ISOLATIONLEVEL_READCOMMITTED:
-        case ISOLATIONLEVEL_REPEATABLEREAD:
-        case ISOLATIONLEVEL_SERIALIZABLE: break;
-        default: Fail(XACT_E_ISOLATIONLEVEL);
-        }
+        CheckStartTransaction(level, flags);
         std::lock_guard guard(m_connection->lock());
         if (m_connection->InTransaction()) Fail(XACT_E_XTIONEXISTS);
         m_connection->Begin(OdbcIsolation(level));
@@ -157,9 +104,7 @@ STDMETHODIMP OdbcSession::StartTransaction(ISOLEVEL level, ULONG flags, ITransac
 
 STDMETHODIMP OdbcSession::Commit(BOOL retaining, DWORD commitType, DWORD resourceManagerFlags) {
     try {
-        if (commitType != 0 && commitType != XACTTC_SYNC && commitType != XACTTC_SYNC_PHASEONE)
-            Fail(XACT_E_NOTSUPPORTED);
-        if (resourceManagerFlags != 0) Fail(XACT_E_NOTSUPPORTED);
+        CheckCommit(commitType, resourceManagerFlags);
         std::lock_guard guard(m_connection->lock());
         if (!m_connection->InTransaction()) Fail(XACT_E_NOTRANSACTION);
         m_connection->Commit(retaining != FALSE);
@@ -170,7 +115,7 @@ STDMETHODIMP OdbcSession::Commit(BOOL retaining, DWORD commitType, DWORD resourc
 
 STDMETHODIMP OdbcSession::Abort(BOID*, BOOL retaining, BOOL async) {
     try {
-        if (async) Fail(XACT_E_NOTSUPPORTED);
+        CheckAbort(async);
         std::lock_guard guard(m_connection->lock());
         if (!m_connection->InTransaction()) Fail(XACT_E_NOTRANSACTION);
         m_connection->Rollback(retaining != FALSE);
@@ -193,32 +138,11 @@ STDMETHODIMP OdbcSession::GetTransactionInfo(XACTTRANSINFO* info) {
     ZEL_CATCH_RETURN()
 }
 
-STDMETHODIMP OdbcSession::GetOptionsObject(ITransactionOptions** options) {
-    try {
-        if (!options) Fail(E_INVALIDARG);
-        *options = nullptr;
-        Fail(E_NOTIMPL, L"Transaction options (time-out, description) are not supported.");
-    }
-    ZEL_CATCH_RETURN()
-}
-
 STDMETHODIMP OdbcSession::GetRowset(IUnknown* outer, REFGUID schema, ULONG restrictionCount,
                                     const VARIANT restrictions[], REFIID riid, ULONG setCount, DBPROPSET sets[],
                                     IUnknown** rowset) {
     return OpenSchemaRowset(outer, schema, restrictionCount, restrictions, riid, setCount, sets, rowset, Identity(),
                             [&](const SchemaRequest& request) { return OdbcSchemaRows(request, *m_connection); });
-}
-
-STDMETHODIMP OdbcSession::GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** restrictionSupport) {
-    return WriteSupportedSchemas(schemaCount, schemas, restrictionSupport);
-}
-
-STDMETHODIMP OdbcSession::InterfaceSupportsErrorInfo(REFIID riid) {
-    return riid == IID_IGetDataSource || riid == IID_IOpenRowset || riid == IID_IDBCreateCommand ||
-                   riid == IID_ISessionProperties || riid == IID_ITransactionLocal || riid == IID_ITransaction ||
-                   riid == IID_IDBSchemaRowset || riid == IID_ITableDefinition || riid == IID_ITableCreation
-               ? S_OK
-               : S_FALSE;
 }
 
 }  // namespace zel::provider::odbc

@@ -8,27 +8,18 @@
 #include <memory>
 #include <mutex>
 
-#include "common/ComObject.h"
-#include "common/OleDbIids.h"
+#include "provider/objects/SessionObject.h"
 #include "provider/odbc/OdbcConnection.h"
 #include "provider/odbc/OdbcDataSource.h"
-#include "provider/properties/PropertyStore.h"
 
 namespace zel::provider::odbc {
 
-class OdbcSession final : public ComObject<OdbcSession, IGetDataSource, IOpenRowset, IDBCreateCommand,
-                                           ISessionProperties, ITransactionLocal, IDBSchemaRowset, ITableCreation,
-                                           ISupportErrorInfo> {
+class OdbcSession final : public SessionObject<OdbcSession, OdbcDataSource> {
 public:
     OdbcSession(ComPtr<OdbcDataSource> dataSource, std::shared_ptr<Connection> connection);
     ~OdbcSession() override;
 
-    HRESULT QueryExtra(REFIID riid, void** found) noexcept;
-    IUnknown* Identity() noexcept { return ControllingUnknown(); }
     const std::shared_ptr<Connection>& connection() const noexcept { return m_connection; }
-
-    // IGetDataSource
-    STDMETHODIMP GetDataSource(REFIID riid, IUnknown** dataSource) override;
 
     // IOpenRowset: SELECT * from a table or view named by a DBKIND_NAME id (quoted with the
     // driver's identifier quote); DB_E_NOTABLE when the driver says there is none, DB_E_NOINDEX
@@ -39,11 +30,6 @@ public:
     // IDBCreateCommand
     STDMETHODIMP CreateCommand(IUnknown* outer, REFIID riid, IUnknown** command) override;
 
-    // ISessionProperties (DBPROPSET_SESSION).
-    STDMETHODIMP GetProperties(ULONG idSetCount, const DBPROPIDSET idSets[], ULONG* setCount,
-                               DBPROPSET** sets) override;
-    STDMETHODIMP SetProperties(ULONG setCount, DBPROPSET sets[]) override;
-
     // ITransactionLocal / ITransaction over ODBC's manual-commit mode. One level: a second
     // StartTransaction fails with XACT_E_XTIONEXISTS; Commit and Abort without one with
     // XACT_E_NOTRANSACTION. The isolation level asked for is passed to the driver. A commit the
@@ -51,7 +37,6 @@ public:
     STDMETHODIMP Commit(BOOL retaining, DWORD commitType, DWORD resourceManagerFlags) override;
     STDMETHODIMP Abort(BOID* reason, BOOL retaining, BOOL async) override;
     STDMETHODIMP GetTransactionInfo(XACTTRANSINFO* info) override;
-    STDMETHODIMP GetOptionsObject(ITransactionOptions** options) override;
     STDMETHODIMP StartTransaction(ISOLEVEL level, ULONG flags, ITransactionOptions* options,
                                   ULONG* transactionLevel) override;
 
@@ -59,7 +44,6 @@ public:
     // from SQLTables, SQLColumns, SQLStatistics, SQLPrimaryKeys and SQLGetTypeInfo.
     STDMETHODIMP GetRowset(IUnknown* outer, REFGUID schema, ULONG restrictionCount, const VARIANT restrictions[],
                            REFIID riid, ULONG setCount, DBPROPSET sets[], IUnknown** rowset) override;
-    STDMETHODIMP GetSchemas(ULONG* schemaCount, GUID** schemas, ULONG** restrictionSupport) override;
 
     // ITableDefinition and ITableCreation (OdbcTableDefinition.cpp). CreateTable writes CREATE
     // TABLE with the driver's own type names (SQLGetTypeInfo; a column's pwszTypeName when
@@ -78,17 +62,11 @@ public:
                                     ULONG* propertySetCount, DBPROPSET** propertySets, ULONG* constraintCount,
                                     DBCONSTRAINTDESC** constraints, OLECHAR** stringBuffer) override;
 
-    // ISupportErrorInfo
-    STDMETHODIMP InterfaceSupportsErrorInfo(REFIID riid) override;
-
     // The name quoted with the driver's identifier quote character.
     std::wstring QuoteName(const std::wstring& name) const;
 
 private:
-    std::mutex m_lock;
-    ComPtr<OdbcDataSource> m_dataSource;
     std::shared_ptr<Connection> m_connection;
-    PropertyStore m_properties;
     std::wstring m_quote;
     ISOLEVEL m_isolation = ISOLATIONLEVEL_READCOMMITTED;
 };

@@ -71,4 +71,20 @@ std::span<const PropertyDefinition> DataSourcePropertyDefinitions() { return kDe
 std::span<const GUID* const> UninitializedDataSourceSets() { return kUninitialized; }
 std::span<const GUID* const> InitializedDataSourceSets() { return kInitialized; }
 
+DBPROPSTATUS CheckInitProperty(const PropertyDefinition& def, const VARIANT& value, PropertyStore& store) {
+    switch (def.id) {
+    case DBPROP_INIT_MODE:
+        if (V_VT(&value) == VT_I4 && (V_I4(&value) & ~0x1F)) return DBPROPSTATUS_BADVALUE;
+        return DBPROPSTATUS_OK;
+    case DBPROP_INIT_PROMPT:
+        if (V_VT(&value) == VT_I2 && (V_I2(&value) < DBPROMPT_PROMPT || V_I2(&value) > DBPROMPT_NOPROMPT))
+            return DBPROPSTATUS_BADVALUE;
+        return DBPROPSTATUS_OK;
+    case kStrayCatalogPropertyId:
+        store.Put(DBPROPSET_DBINIT, DBPROP_INIT_CATALOG, value);
+        return DBPROPSTATUS_OK;
+    default: return DBPROPSTATUS_OK;
+    }
+}
+
 }  // namespace zel::provider

@@ -13,6 +13,11 @@ inline constexpr DBPROPID kStrayCatalogPropertyId = 0x16;
 
 std::span<const PropertyDefinition> DataSourcePropertyDefinitions();
 
+// The checks every data source makes of a DBINIT property set before initialization, after its
+// own: Mode's bits, Prompt's range (accepted; a data source never prompts), and the id under
+// which Wine's service components pass "Initial Catalog", stored as DBPROP_INIT_CATALOG.
+DBPROPSTATUS CheckInitProperty(const PropertyDefinition& def, const VARIANT& value, PropertyStore& store);
+
 // The sets a data source shows before and after initialization.
 std::span<const GUID* const> UninitializedDataSourceSets();
 std::span<const GUID* const> InitializedDataSourceSets();
