@@ -18,7 +18,6 @@ inline constexpr wchar_t kProgId[] = L"ZelLite.OLEDB.1";
 inline constexpr wchar_t kVersionIndependentProgId[] = L"ZelLite.OLEDB";
 inline constexpr wchar_t kProviderFileName[] = L"ZelLite.dll";
 inline constexpr wchar_t kProviderVersion[] = ZEL_PROVIDER_VERSION_WTEXT;  // "01.00.0000" for 1.0.0
-inline constexpr wchar_t kOleDbVersion[] = L"02.70";
 inline constexpr wchar_t kDbmsName[] = L"SQLite";
 
 // Module handle of ZelLite.dll, set in DllMain.

@@ -106,30 +106,12 @@ STDMETHODIMP Command::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DB
     ZEL_CATCH_RETURN()
 }
 
-STDMETHODIMP Command::Prepare(ULONG) {
-    try {
-        std::lock_guard guard(m_state.lock());
-        if (!m_state.hasText()) Fail(DB_E_NOCOMMAND);
-        std::wstring_view tail;
-        m_session->database()->Prepare(m_state.text(), &tail);
-        m_state.SetPrepared(true);
-        return S_OK;
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Command::Unprepare() {
-    try {
-        std::lock_guard guard(m_state.lock());
-        m_state.SetPrepared(false);
-        return S_OK;
-    }
-    ZEL_CATCH_RETURN()
+void Command::PrepareText() {
+    std::wstring_view tail;
+    m_session->database()->Prepare(m_state.text(), &tail);
 }
 
 ComPtr<IColumnsInfo> Command::DescribePrepared() {
-    if (!m_state.hasText()) Fail(DB_E_NOCOMMAND);
-    if (!m_state.prepared()) Fail(DB_E_NOTPREPARED);
     const auto& database = m_session->database();
     SqliteStatement statement = database->Prepare(m_state.text());
     // Only a statement that changes nothing may be stepped to type its expressions.
@@ -143,26 +125,6 @@ ComPtr<IColumnsInfo> Command::DescribePrepared() {
                                                std::make_shared<SqliteRowStore>(database),
                                                std::move(source), m_state.properties(), ComPtr<IUnknown>()));
     return info;
-}
-
-STDMETHODIMP Command::GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) {
-    try {
-        if (!count || !info || !names) Fail(E_INVALIDARG);
-        *count = 0;
-        *info = nullptr;
-        *names = nullptr;
-        std::lock_guard guard(m_state.lock());
-        return DescribePrepared()->GetColumnInfo(count, info, names);
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP Command::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) {
-    try {
-        std::lock_guard guard(m_state.lock());
-        return DescribePrepared()->MapColumnIDs(count, ids, ordinals);
-    }
-    ZEL_CATCH_RETURN()
 }
 
 }  // namespace zel::provider

@@ -28,17 +28,9 @@ public:
     STDMETHODIMP Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DBROWCOUNT* rowsAffected,
                          IUnknown** rowset) override;
 
-    // ICommandPrepare: Prepare checks the SQL (DB_E_ERRORSINCOMMAND) so that IColumnsInfo can
-    // describe the result before Execute.
-    STDMETHODIMP Prepare(ULONG expectedRuns) override;
-    STDMETHODIMP Unprepare() override;
-
-    // IColumnsInfo: DB_E_NOCOMMAND without text, DB_E_NOTPREPARED before Prepare.
-    STDMETHODIMP GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) override;
-    STDMETHODIMP MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) override;
-
-private:
-    // A rowset describing the prepared statement's columns (IColumnsInfo before Execute).
+    // For CommandObject: Prepare checks the SQL (DB_E_ERRORSINCOMMAND); a rowset describes the
+    // prepared statement's columns (IColumnsInfo before Execute).
+    void PrepareText();
     ComPtr<IColumnsInfo> DescribePrepared();
 };
 

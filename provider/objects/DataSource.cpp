@@ -100,28 +100,15 @@ void DataSource::MarkInitialized(const OpenOptions& options) {
     const auto& set = DBPROPSET_DATASOURCEINFO;
     m_properties.PutString(set, DBPROP_DATASOURCENAME, options.path);
     m_properties.PutBool(set, DBPROP_DATASOURCEREADONLY, options.readOnly);
-    m_properties.PutI4(set, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_INITIALIZED);
+    PutProviderInfo(m_properties, kProviderFileName, kProviderName, kProviderVersion);
     m_properties.PutString(set, DBPROP_DBMSNAME, kDbmsName);
     m_properties.PutString(set, DBPROP_DBMSVER, FromUtf8(sqlite3_libversion()));
-    m_properties.PutString(set, DBPROP_PROVIDERFILENAME, kProviderFileName);
-    m_properties.PutString(set, DBPROP_PROVIDERFRIENDLYNAME, kProviderName);
-    m_properties.PutString(set, DBPROP_PROVIDEROLEDBVER, kOleDbVersion);
-    m_properties.PutString(set, DBPROP_PROVIDERVER, kProviderVersion);
-    m_properties.PutI4(set, DBPROP_ACTIVESESSIONS, 0);
-    m_properties.PutBool(set, DBPROP_BYREFACCESSORS, false);
-    m_properties.PutI4(set, DBPROP_DSOTHREADMODEL, DBPROPVAL_RT_FREETHREAD);
     m_properties.PutI4(set, DBPROP_IDENTIFIERCASE, DBPROPVAL_IC_MIXED);
     m_properties.PutI4(set, DBPROP_QUOTEDIDENTIFIERCASE, DBPROPVAL_IC_MIXED);
-    m_properties.PutI4(set, DBPROP_MULTIPLERESULTS, 0);
-    m_properties.PutBool(set, DBPROP_MULTIPLESTORAGEOBJECTS, true);
     m_properties.PutI4(set, DBPROP_NULLCOLLATION, DBPROPVAL_NC_LOW);
-    m_properties.PutBool(set, DBPROP_ROWSETCONVERSIONSONCOMMAND, true);
-    m_properties.PutI4(set, DBPROP_SQLSUPPORT, DBPROPVAL_SQL_ODBC_CORE | DBPROPVAL_SQL_ANSI92_ENTRY);
-    m_properties.PutI4(set, DBPROP_SUPPORTEDTXNDDL, DBPROPVAL_TC_ALL);
     m_properties.PutI4(set, DBPROP_SUPPORTEDTXNISOLEVELS,
                        DBPROPVAL_TI_READCOMMITTED | DBPROPVAL_TI_REPEATABLEREAD | DBPROPVAL_TI_SERIALIZABLE |
                            DBPROPVAL_TI_READUNCOMMITTED);
-    m_properties.PutString(set, DBPROP_TABLETERM, L"Table");
     m_properties.PutString(DBPROPSET_DATASOURCE, DBPROP_CURRENTCATALOG, L"main");
 }
 

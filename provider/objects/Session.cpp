@@ -4,6 +4,7 @@
 
 #include "provider/errors/Errors.h"
 #include "provider/objects/Command.h"
+#include "provider/objects/OpenRowsetRequest.h"
 #include "provider/objects/Rowset.h"
 #include "provider/objects/TransactionChecks.h"
 #include "provider/properties/RowsetProperties.h"
@@ -25,19 +26,10 @@ Session::~Session() = default;
 STDMETHODIMP Session::OpenRowset(IUnknown* outer, DBID* tableId, DBID* indexId, REFIID riid, ULONG setCount,
                                  DBPROPSET sets[], IUnknown** rowset) {
     try {
-        if (rowset) *rowset = nullptr;
-        if (!tableId && !indexId) Fail(E_INVALIDARG, L"Neither a table nor an index was named.");
-        if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
-        if (indexId) Fail(DB_E_NOINDEX);
-        if (tableId->eKind != DBKIND_NAME || !tableId->uName.pwszName || !*tableId->uName.pwszName)
-            Fail(DB_E_NOTABLE, L"Tables are named by DBKIND_NAME ids.");
-        const std::wstring table = tableId->uName.pwszName;
-
-        PropertyStore properties = MakeRowsetProperties();
-        HRESULT propertiesResult =
-            properties.SetProperties(setCount, sets, RowsetPropertySets(), ValidateRowsetProperty);
-        if (FAILED(propertiesResult))
-            Fail(propertiesResult, L"A required rowset property cannot be satisfied; see each property's status.");
+        OpenRowsetRequest request = CheckOpenRowset(outer, tableId, indexId, riid, setCount, sets, rowset);
+        const std::wstring& table = request.table;
+        PropertyStore& properties = request.properties;
+        const HRESULT propertiesResult = request.propertiesResult;
 
         std::lock_guard guard(m_lock);
         // Find the table or view, matching the name as SQLite does (without regard to case).

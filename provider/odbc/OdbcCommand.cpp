@@ -46,28 +46,9 @@ STDMETHODIMP OdbcCommand::Execute(IUnknown* outer, REFIID riid, DBPARAMS* params
     ZEL_CATCH_RETURN()
 }
 
-STDMETHODIMP OdbcCommand::Prepare(ULONG) {
-    try {
-        std::lock_guard guard(m_state.lock());
-        if (!m_state.hasText()) Fail(DB_E_NOCOMMAND);
-        DescribePrepared();  // fails with the driver's diagnostics when the text is wrong
-        m_state.SetPrepared(true);
-        return S_OK;
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::Unprepare() {
-    try {
-        std::lock_guard guard(m_state.lock());
-        m_state.SetPrepared(false);
-        return S_OK;
-    }
-    ZEL_CATCH_RETURN()
-}
+void OdbcCommand::PrepareText() { DescribePrepared(); }  // fails with the driver's diagnostics
 
 ComPtr<IColumnsInfo> OdbcCommand::DescribePrepared() {
-    if (!m_state.hasText()) Fail(DB_E_NOCOMMAND);
     const auto& connection = m_session->connection();
     std::vector<ColumnDesc> columns;
     {
@@ -84,28 +65,6 @@ ComPtr<IColumnsInfo> OdbcCommand::DescribePrepared() {
     ZEL_THROW_IF_FAILED(Rowset::CreateInstance(nullptr, IID_IColumnsInfo, info.put_void(), nullptr, std::move(source),
                                                m_state.properties(), ComPtr<IUnknown>()));
     return info;
-}
-
-STDMETHODIMP OdbcCommand::GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) {
-    try {
-        if (!count || !info || !names) Fail(E_INVALIDARG);
-        *count = 0;
-        *info = nullptr;
-        *names = nullptr;
-        std::lock_guard guard(m_state.lock());
-        if (m_state.hasText() && !m_state.prepared()) Fail(DB_E_NOTPREPARED);
-        return DescribePrepared()->GetColumnInfo(count, info, names);
-    }
-    ZEL_CATCH_RETURN()
-}
-
-STDMETHODIMP OdbcCommand::MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) {
-    try {
-        std::lock_guard guard(m_state.lock());
-        if (m_state.hasText() && !m_state.prepared()) Fail(DB_E_NOTPREPARED);
-        return DescribePrepared()->MapColumnIDs(count, ids, ordinals);
-    }
-    ZEL_CATCH_RETURN()
 }
 
 }  // namespace zel::provider::odbc

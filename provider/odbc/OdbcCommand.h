@@ -30,19 +30,12 @@ public:
     STDMETHODIMP Execute(IUnknown* outer, REFIID riid, DBPARAMS* params, DBROWCOUNT* rowsAffected,
                          IUnknown** rowset) override;
 
-    // ICommandPrepare: Prepare has the driver prepare the text (SQLPrepare), so that errors show
-    // and IColumnsInfo can describe the result before Execute.
-    STDMETHODIMP Prepare(ULONG expectedRuns) override;
-    STDMETHODIMP Unprepare() override;
-
-    // IColumnsInfo: DB_E_NOCOMMAND without text, DB_E_NOTPREPARED before Prepare.
-    STDMETHODIMP GetColumnInfo(DBORDINAL* count, DBCOLUMNINFO** info, OLECHAR** names) override;
-    STDMETHODIMP MapColumnIDs(DBORDINAL count, const DBID ids[], DBORDINAL ordinals[]) override;
-
-private:
-    // A rowset without rows that describes the prepared statement's columns.
+    // For CommandObject: the driver prepares the text (SQLPrepare), so that its errors show;
+    // a rowset without rows describes the prepared statement's columns.
+    void PrepareText();
     ComPtr<IColumnsInfo> DescribePrepared();
 
+private:
     std::atomic<SQLHSTMT> m_running{nullptr};
 };
 

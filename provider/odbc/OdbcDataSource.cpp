@@ -81,27 +81,14 @@ void OdbcDataSource::MarkInitialized() {
     if (name.empty()) name = c.InfoText(SQL_DATABASE_NAME);
     m_properties.PutString(set, DBPROP_DATASOURCENAME, name);
     m_properties.PutBool(set, DBPROP_DATASOURCEREADONLY, c.InfoText(SQL_DATA_SOURCE_READ_ONLY) == L"Y");
-    m_properties.PutI4(set, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_INITIALIZED);
+    PutProviderInfo(m_properties, kProviderFileName, kProviderName, kProviderVersion);
     m_properties.PutString(set, DBPROP_DBMSNAME, c.InfoText(SQL_DBMS_NAME));
     m_properties.PutString(set, DBPROP_DBMSVER, c.InfoText(SQL_DBMS_VER));
-    m_properties.PutString(set, DBPROP_PROVIDERFILENAME, kProviderFileName);
-    m_properties.PutString(set, DBPROP_PROVIDERFRIENDLYNAME, kProviderName);
-    m_properties.PutString(set, DBPROP_PROVIDEROLEDBVER, kOleDbVersion);
-    m_properties.PutString(set, DBPROP_PROVIDERVER, kProviderVersion);
-    m_properties.PutI4(set, DBPROP_ACTIVESESSIONS, 0);
-    m_properties.PutBool(set, DBPROP_BYREFACCESSORS, false);
-    m_properties.PutI4(set, DBPROP_DSOTHREADMODEL, DBPROPVAL_RT_FREETHREAD);
     m_properties.PutI4(set, DBPROP_IDENTIFIERCASE, DBPROPVAL_IC_MIXED);
     m_properties.PutI4(set, DBPROP_QUOTEDIDENTIFIERCASE, DBPROPVAL_IC_SENSITIVE);
-    m_properties.PutI4(set, DBPROP_MULTIPLERESULTS, 0);
-    m_properties.PutBool(set, DBPROP_MULTIPLESTORAGEOBJECTS, true);
     m_properties.PutI4(set, DBPROP_NULLCOLLATION, DBPROPVAL_NC_HIGH);
-    m_properties.PutBool(set, DBPROP_ROWSETCONVERSIONSONCOMMAND, true);
-    m_properties.PutI4(set, DBPROP_SQLSUPPORT, DBPROPVAL_SQL_ODBC_CORE | DBPROPVAL_SQL_ANSI92_ENTRY);
-    m_properties.PutI4(set, DBPROP_SUPPORTEDTXNDDL, DBPROPVAL_TC_ALL);
     m_properties.PutI4(set, DBPROP_SUPPORTEDTXNISOLEVELS,
                        DBPROPVAL_TI_READCOMMITTED | DBPROPVAL_TI_REPEATABLEREAD | DBPROPVAL_TI_SERIALIZABLE);
-    m_properties.PutString(set, DBPROP_TABLETERM, L"Table");
     std::wstring catalog = c.InfoText(SQL_DATABASE_NAME);
     m_properties.PutString(DBPROPSET_DATASOURCE, DBPROP_CURRENTCATALOG, catalog);
 }

@@ -18,7 +18,6 @@ inline constexpr wchar_t kProgId[] = L"ZelOdbc.OLEDB.1";
 inline constexpr wchar_t kVersionIndependentProgId[] = L"ZelOdbc.OLEDB";
 inline constexpr wchar_t kProviderFileName[] = L"ZelOdbc.dll";
 inline constexpr wchar_t kProviderVersion[] = ZEL_PROVIDER_VERSION_WTEXT;
-inline constexpr wchar_t kOleDbVersion[] = L"02.70";
 
 // Module handle of ZelOdbc.dll, set in DllMain.
 HMODULE ModuleHandle() noexcept;

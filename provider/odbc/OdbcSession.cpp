@@ -3,6 +3,7 @@
 #include <oledberr.h>
 
 #include "provider/errors/Errors.h"
+#include "provider/objects/OpenRowsetRequest.h"
 #include "provider/objects/Rowset.h"
 #include "provider/objects/SchemaRowsetOpening.h"
 #include "provider/objects/TransactionChecks.h"
@@ -51,26 +52,16 @@ std::wstring OdbcSession::QuoteName(const std::wstring& name) const {
 STDMETHODIMP OdbcSession::OpenRowset(IUnknown* outer, DBID* tableId, DBID* indexId, REFIID riid, ULONG setCount,
                                      DBPROPSET sets[], IUnknown** rowset) {
     try {
-        if (rowset) *rowset = nullptr;
-        if (!tableId && !indexId) Fail(E_INVALIDARG, L"Neither a table nor an index was named.");
-        if (outer && riid != IID_IUnknown) Fail(DB_E_NOAGGREGATION);
-        if (indexId) Fail(DB_E_NOINDEX);
-        if (tableId->eKind != DBKIND_NAME || !tableId->uName.pwszName || !*tableId->uName.pwszName)
-            Fail(DB_E_NOTABLE, L"Tables are named by DBKIND_NAME ids.");
-        PropertyStore properties = MakeRowsetProperties();
-        HRESULT propertiesResult =
-            properties.SetProperties(setCount, sets, RowsetPropertySets(), ValidateRowsetProperty);
-        if (FAILED(propertiesResult))
-            Fail(propertiesResult, L"A required rowset property cannot be satisfied; see each property's status.");
-        const std::wstring sql = L"SELECT * FROM " + QuoteName(tableId->uName.pwszName);
+        OpenRowsetRequest request = CheckOpenRowset(outer, tableId, indexId, riid, setCount, sets, rowset);
+        const std::wstring sql = L"SELECT * FROM " + QuoteName(request.table);
         StatementResult result = RunStatement(m_connection, sql, 0);
         if (!result.rows) Fail(DB_E_NOTABLE, L"The table gave no rows: " + sql, L"42S02");
-        if (!rowset) return ClearErrorAndReturn(propertiesResult);
+        if (!rowset) return ClearErrorAndReturn(request.propertiesResult);
         HRESULT hr = Rowset::CreateInstance(outer, riid, reinterpret_cast<void**>(rowset), nullptr,
-                                            std::move(result.rows), std::move(properties),
+                                            std::move(result.rows), std::move(request.properties),
                                             ComPtr<IUnknown>(Identity()));
         if (FAILED(hr)) Fail(hr);
-        return ClearErrorAndReturn(propertiesResult);
+        return ClearErrorAndReturn(request.propertiesResult);
     }
     ZEL_CATCH_RETURN()
 }

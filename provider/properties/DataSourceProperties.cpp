@@ -87,4 +87,23 @@ DBPROPSTATUS CheckInitProperty(const PropertyDefinition& def, const VARIANT& val
     }
 }
 
+void PutProviderInfo(PropertyStore& store, const wchar_t* fileName, const wchar_t* friendlyName,
+                     const wchar_t* version) {
+    const auto& set = DBPROPSET_DATASOURCEINFO;
+    store.PutI4(set, DBPROP_CONNECTIONSTATUS, DBPROPVAL_CS_INITIALIZED);
+    store.PutString(set, DBPROP_PROVIDERFILENAME, fileName);
+    store.PutString(set, DBPROP_PROVIDERFRIENDLYNAME, friendlyName);
+    store.PutString(set, DBPROP_PROVIDEROLEDBVER, L"02.70");
+    store.PutString(set, DBPROP_PROVIDERVER, version);
+    store.PutI4(set, DBPROP_ACTIVESESSIONS, 0);
+    store.PutBool(set, DBPROP_BYREFACCESSORS, false);
+    store.PutI4(set, DBPROP_DSOTHREADMODEL, DBPROPVAL_RT_FREETHREAD);
+    store.PutI4(set, DBPROP_MULTIPLERESULTS, 0);
+    store.PutBool(set, DBPROP_MULTIPLESTORAGEOBJECTS, true);
+    store.PutBool(set, DBPROP_ROWSETCONVERSIONSONCOMMAND, true);
+    store.PutI4(set, DBPROP_SQLSUPPORT, DBPROPVAL_SQL_ODBC_CORE | DBPROPVAL_SQL_ANSI92_ENTRY);
+    store.PutI4(set, DBPROP_SUPPORTEDTXNDDL, DBPROPVAL_TC_ALL);
+    store.PutString(set, DBPROP_TABLETERM, L"Table");
+}
+
 }  // namespace zel::provider

@@ -18,6 +18,13 @@ std::span<const PropertyDefinition> DataSourcePropertyDefinitions();
 // which Wine's service components pass "Initial Catalog", stored as DBPROP_INIT_CATALOG.
 DBPROPSTATUS CheckInitProperty(const PropertyDefinition& def, const VARIANT& value, PropertyStore& store);
 
+// The data-source information every provider reports once initialized: its file name, friendly
+// name and version, OLE DB 2.7, the connection status, and the capabilities both providers
+// share (free threading, no multiple results, several storage objects, conversions on
+// commands, ODBC core SQL, DDL in transactions, no reference accessors, "Table").
+void PutProviderInfo(PropertyStore& store, const wchar_t* fileName, const wchar_t* friendlyName,
+                     const wchar_t* version);
+
 // The sets a data source shows before and after initialization.
 std::span<const GUID* const> UninitializedDataSourceSets();
 std::span<const GUID* const> InitializedDataSourceSets();
