@@ -19,7 +19,7 @@ bool StartsWith(std::wstring_view text, std::wstring_view prefix) {
 }  // namespace
 
 HRESULT ResultForSqlState(std::wstring_view s) noexcept {
-    if (s == L"42S02") return DB_E_NOTABLE;
+    if (s == L"42S02" || s == L"42P01") return DB_E_NOTABLE;  // 42P01: PostgreSQL's undefined table
     if (s == L"42S01" || s == L"42P07") return DB_E_DUPLICATETABLEID;
     if (s == L"57014" || s == L"HY008") return DB_E_CANCELED;
     if (s == L"HYT00" || s == L"HYT01") return DB_E_TIMEOUT;

@@ -54,11 +54,12 @@ private:
 using StatementHandle = OdbcHandle<SQL_HANDLE_STMT>;
 
 // The OLE DB result for an SQLSTATE: 08 (connection) DB_E_CANNOTCONNECT, 28 (authorization)
-// DB_SEC_E_AUTH_FAILED, 42S02 DB_E_NOTABLE, 42S01 DB_E_DUPLICATETABLEID, 42 and 37 (syntax,
-// access) DB_E_ERRORSINCOMMAND, 23 (constraints) DB_E_INTEGRITYVIOLATION, 22 (data)
-// DB_E_DATAOVERFLOW, 40 (rollback) XACT_E_ABORTED, 57014 and HY008 (cancelled) DB_E_CANCELED,
-// HYT00/HYT01 DB_E_TIMEOUT, IM (driver manager: unknown DSN or driver) DB_E_CANNOTCONNECT,
-// HY001 E_OUTOFMEMORY, E_FAIL otherwise.
+// DB_SEC_E_AUTH_FAILED, 42S02 and PostgreSQL's 42P01 DB_E_NOTABLE, 42S01 and 42P07
+// DB_E_DUPLICATETABLEID, 42 and 37 (syntax, access) DB_E_ERRORSINCOMMAND, 23 (constraints)
+// DB_E_INTEGRITYVIOLATION, 22 (data) DB_E_DATAOVERFLOW, 40 (rollback) XACT_E_ABORTED, 57014
+// and HY008 (cancelled) DB_E_CANCELED, HYT00/HYT01 DB_E_TIMEOUT, IM (driver manager: unknown
+// DSN or driver) and 57P (server shutting down) DB_E_CANNOTCONNECT, HY001 E_OUTOFMEMORY,
+// E_FAIL otherwise.
 HRESULT ResultForSqlState(std::wstring_view sqlState) noexcept;
 
 // Publishes the diagnostic records of `handle` (the driver's messages, the first record's
