@@ -1,6 +1,7 @@
 #include "provider/odbc/OdbcCatalog.h"
 
 #include <algorithm>
+#include <map>
 #include <vector>
 
 #include "provider/odbc/OdbcTypes.h"
@@ -137,8 +138,18 @@ std::unique_ptr<RowSource> Columns(Connection& c, const Restrictions& r) {
         const bool nullable = Integer(s.get(), 11, SQL_NULLABLE_UNKNOWN) != SQL_NO_NULLS;
         Cell remarks = TextCell(s.get(), 12);
         Cell defaultText = TextCell(s.get(), 13);
+        // The word NULL, unquoted, is a default of NULL: the same as none (the SQLite3 driver
+        // gives it for every column declared without a default).
+        if (const auto* text = std::get_if<std::wstring>(&defaultText); text && _wcsicmp(text->c_str(), L"NULL") == 0)
+            defaultText = std::monostate{};
         const std::int64_t ordinal = Integer(s.get(), 17);
-        const ColumnType type = MapSqlType(sqlType, size, digits, false).type;
+        OdbcColumnType mapped = MapSqlType(sqlType, size, digits, false);
+        if (c.IsSqlite()) {
+            std::wstring typeName;
+            ReadText(s.get(), 6, typeName);
+            mapped = SqliteColumnType(mapped, sqlType, size, typeName, false, -1);
+        }
+        const ColumnType type = mapped.type;
         DBCOLUMNFLAGS flags = type.flags;
         if (nullable) flags |= DBCOLUMNFLAGS_ISNULLABLE | DBCOLUMNFLAGS_MAYBENULL;
         row.cells[kColumnsOrdinal] = NumberCell(ordinal);
@@ -153,17 +164,54 @@ std::unique_ptr<RowSource> Columns(Connection& c, const Restrictions& r) {
     return MakeSchemaRowSource(kColumnsColumns, std::move(rows));
 }
 
-// The primary key's name of one table, empty when it has none.
-std::wstring PrimaryKeyName(Connection& c, const TableName& t) {
+// The primary key of one table: its name (empty when the driver gives none) and its columns
+// in key order (none when the table has no key).
+struct PrimaryKey {
+    std::wstring name;
+    std::vector<std::wstring> columns;
+};
+
+PrimaryKey PrimaryKeyOf(Connection& c, const TableName& t) {
     StatementHandle s = c.NewStatement();
     ExactArgument cat(TextOf(t.catalog)), sch(TextOf(t.schema)), tab(&t.name);
     CheckOdbc(SQLPrimaryKeysW(s.get(), cat.data(), cat.length(), sch.data(), sch.length(), tab.data(), tab.length()),
               SQL_HANDLE_STMT, s.get());
-    std::wstring name;
+    PrimaryKey key;
+    std::vector<std::pair<std::int64_t, std::wstring>> columns;
     EachRow(s.get(), [&] {
-        if (name.empty()) ReadText(s.get(), 6, name);
+        if (key.name.empty()) ReadText(s.get(), 6, key.name);
+        std::wstring column;
+        ReadText(s.get(), 4, column);
+        columns.emplace_back(Integer(s.get(), 5), std::move(column));
     });
-    return name;
+    std::sort(columns.begin(), columns.end());
+    for (auto& [position, column] : columns) key.columns.push_back(std::move(column));
+    return key;
+}
+
+// Marks the index of a key the driver does not name (the SQLite3 driver gives no PK_NAME and
+// lists the key of an INTEGER PRIMARY KEY as "sqlite_autoindex_0"): the unique index whose
+// columns, in order, are the key's. `rows` are one table's INDEXES rows.
+void MarkUnnamedKeyIndex(const PrimaryKey& key, std::vector<SourceRow>& rows, size_t from) {
+    if (!key.name.empty() || key.columns.empty()) return;
+    std::map<std::wstring, std::vector<std::pair<std::int64_t, std::wstring>>> indexes;
+    for (size_t i = from; i < rows.size(); ++i) {
+        const SourceRow& row = rows[i];
+        const auto* unique = std::get_if<std::int64_t>(&row.cells[kIndexesUnique]);
+        if (!unique || *unique == 0) continue;
+        const auto* ordinal = std::get_if<std::int64_t>(&row.cells[kIndexesOrdinal]);
+        indexes[std::wstring(CellText(row.cells[kIndexesName]))].emplace_back(
+            ordinal ? *ordinal : 0, std::wstring(CellText(row.cells[kIndexesColumnName])));
+    }
+    for (auto& [name, columns] : indexes) {
+        std::sort(columns.begin(), columns.end());
+        std::vector<std::wstring> names;
+        for (auto& [ordinal, column] : columns) names.push_back(column);
+        if (names != key.columns) continue;
+        for (size_t i = from; i < rows.size(); ++i)
+            if (CellText(rows[i].cells[kIndexesName]) == name) rows[i].cells[kIndexesPrimaryKey] = BoolCell(true);
+        return;
+    }
 }
 
 std::unique_ptr<RowSource> Indexes(Connection& c, const Restrictions& r) {
@@ -172,7 +220,9 @@ std::unique_ptr<RowSource> Indexes(Connection& c, const Restrictions& r) {
     const bool typeMatches = !r[3].present || r[3].number == DBPROPVAL_IT_BTREE || r[3].number == DBPROPVAL_IT_HASH ||
                              r[3].number == DBPROPVAL_IT_OTHER;
     for (const TableName& t : typeMatches ? ListTables(c, r[0], r[1], r[4]) : std::vector<TableName>{}) {
-        const std::wstring keyName = PrimaryKeyName(c, t);
+        const PrimaryKey key = PrimaryKeyOf(c, t);
+        const std::wstring& keyName = key.name;
+        const size_t tableRows = rows.size();
         StatementHandle s = c.NewStatement();
         ExactArgument cat(TextOf(t.catalog)), sch(TextOf(t.schema)), tab(&t.name);
         CheckOdbc(SQLStatisticsW(s.get(), cat.data(), cat.length(), sch.data(), sch.length(), tab.data(), tab.length(),
@@ -212,6 +262,7 @@ std::unique_ptr<RowSource> Indexes(Connection& c, const Restrictions& r) {
             row.cells[kIndexesIntegrated] = BoolCell(kind == SQL_INDEX_CLUSTERED);
             rows.push_back(std::move(row));
         });
+        MarkUnnamedKeyIndex(key, rows, tableRows);
     }
     std::stable_sort(rows.begin(), rows.end(), [](const SourceRow& a, const SourceRow& b) {
         const auto number = [](const Cell& cell) {

@@ -58,7 +58,7 @@ ComPtr<IColumnsInfo> OdbcCommand::DescribePrepared() {
         std::vector<SQLWCHAR> sql(text.begin(), text.end());
         sql.push_back(0);
         CheckOdbc(SQLPrepareW(statement.get(), sql.data(), SQL_NTS), SQL_HANDLE_STMT, statement.get(), text);
-        columns = DescribeColumns(statement.get(), nullptr, text);
+        columns = DescribeColumns(*connection, statement.get(), nullptr, text);
     }
     auto source = std::make_unique<MemoryRowSource>(std::move(columns), std::vector<SourceRow>{});
     ComPtr<IColumnsInfo> info;

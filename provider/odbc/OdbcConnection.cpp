@@ -92,6 +92,7 @@ std::shared_ptr<Connection> Connection::Open(const std::wstring& connectionStrin
                                      SQL_DRIVER_NOPROMPT);
     if (!Succeeded(rc)) FailOdbc(SQL_HANDLE_DBC, c->m_dbc.get());
     c->m_connected = true;
+    c->m_sqlite = _wcsicmp(c->InfoText(SQL_DBMS_NAME).c_str(), L"SQLite") == 0;
     return c;
 }
 

@@ -100,6 +100,10 @@ public:
     // A 32-bit answer of SQLGetInfo; 0 when the driver has none.
     SQLUINTEGER InfoNumber(SQLUSMALLINT type);
 
+    // The database is SQLite (SQL_DBMS_NAME): its declared types are affinities, not limits
+    // (see SqliteColumnType).
+    bool IsSqlite() const noexcept { return m_sqlite; }
+
     // Manual-commit transactions (caller holds lock()). Begin switches autocommit off; Commit
     // and Rollback end the transaction and switch it back on unless `retaining`.
     bool InTransaction() const noexcept { return m_inTransaction; }
@@ -117,6 +121,7 @@ private:
     std::wstring m_connectionString;
     bool m_connected = false;
     bool m_inTransaction = false;
+    bool m_sqlite = false;
 };
 
 // Reads one column of a catalog or statement result as text (SQL_C_WCHAR); nothing for NULL.

@@ -2,7 +2,45 @@
 
 namespace zel::provider::odbc {
 
-std::vector<ColumnDesc> DescribeColumns(SQLHSTMT statement, std::vector<ReadAs>* readAs, std::wstring_view text) {
+namespace {
+
+// A text attribute of a result column (SQLColAttribute); empty when the driver has none.
+std::wstring TextAttribute(SQLHSTMT statement, SQLUSMALLINT column, SQLUSMALLINT field) {
+    SQLWCHAR text[256];
+    SQLSMALLINT length = 0;
+    if (!Succeeded(SQLColAttributeW(statement, column, field, text, sizeof(text), &length, nullptr))) return {};
+    return std::wstring(reinterpret_cast<const wchar_t*>(text),
+                        std::min<size_t>(static_cast<size_t>(length) / sizeof(SQLWCHAR), std::size(text) - 1));
+}
+
+// Gives a decimal's text as many fraction digits as its column's scale: the SQLite3 driver hands
+// over SQLite's own text of the value ("-0.5" in a DECIMAL(10,2) column), which would otherwise
+// become a DECIMAL of scale 1 and the text "-0.5" where the column says "-0.50". Texts that
+// already have the digits (every PostgreSQL numeric) or are not plain decimals stay as they are.
+void PadToScale(Cell& cell, BYTE scale) {
+    auto* text = std::get_if<std::wstring>(&cell);
+    if (!text || text->empty() || scale == 0 || scale == kNoPrecision) return;
+    size_t digits = 0;
+    bool point = false;
+    for (size_t i = 0; i < text->size(); ++i) {
+        const wchar_t c = (*text)[i];
+        if (c == L'-' && i == 0) continue;
+        if (c == L'.' && !point) {
+            point = true;
+            continue;
+        }
+        if (c < L'0' || c > L'9') return;
+        if (point) ++digits;
+    }
+    if (digits >= scale) return;
+    if (!point) *text += L'.';
+    text->append(scale - digits, L'0');
+}
+
+}  // namespace
+
+std::vector<ColumnDesc> DescribeColumns(const Connection& connection, SQLHSTMT statement, std::vector<ReadAs>* readAs,
+                                        std::wstring_view text) {
     SQLSMALLINT count = 0;
     CheckOdbc(SQLNumResultCols(statement, &count), SQL_HANDLE_STMT, statement, text);
     std::vector<ColumnDesc> columns;
@@ -16,22 +54,22 @@ std::vector<ColumnDesc> DescribeColumns(SQLHSTMT statement, std::vector<ReadAs>*
                   SQL_HANDLE_STMT, statement, text);
         SQLLEN isUnsigned = SQL_FALSE;
         SQLColAttributeW(statement, i, SQL_DESC_UNSIGNED, nullptr, 0, nullptr, &isUnsigned);
-        const OdbcColumnType mapped = MapSqlType(sqlType, size, digits, isUnsigned == SQL_TRUE);
+        OdbcColumnType mapped = MapSqlType(sqlType, size, digits, isUnsigned == SQL_TRUE);
 
         ColumnDesc desc;
         desc.name.assign(reinterpret_cast<const wchar_t*>(name),
                          std::min<size_t>(static_cast<size_t>(nameLength), std::size(name) - 1));
+        desc.baseTable = TextAttribute(statement, i, SQL_DESC_BASE_TABLE_NAME);
+        desc.baseColumn = TextAttribute(statement, i, SQL_DESC_BASE_COLUMN_NAME);
+        if (connection.IsSqlite()) {
+            SQLLEN scale = -1;
+            SQLColAttributeW(statement, i, SQL_DESC_PRECISION, nullptr, 0, nullptr, &scale);
+            mapped = SqliteColumnType(mapped, sqlType, size, TextAttribute(statement, i, SQL_DESC_TYPE_NAME),
+                                      desc.baseTable.empty(), scale >= 0 && scale <= 28 ? static_cast<int>(scale) : 0);
+        }
         desc.type = mapped.type;
         desc.flags = mapped.type.flags;
         if (nullable != SQL_NO_NULLS) desc.flags |= DBCOLUMNFLAGS_MAYBENULL | DBCOLUMNFLAGS_ISNULLABLE;
-        SQLWCHAR base[256];
-        SQLSMALLINT baseLength = 0;
-        if (Succeeded(SQLColAttributeW(statement, i, SQL_DESC_BASE_TABLE_NAME, base, sizeof(base), &baseLength, nullptr)))
-            desc.baseTable.assign(reinterpret_cast<const wchar_t*>(base),
-                                  std::min<size_t>(static_cast<size_t>(baseLength) / sizeof(SQLWCHAR), std::size(base) - 1));
-        if (Succeeded(SQLColAttributeW(statement, i, SQL_DESC_BASE_COLUMN_NAME, base, sizeof(base), &baseLength, nullptr)))
-            desc.baseColumn.assign(reinterpret_cast<const wchar_t*>(base),
-                                   std::min<size_t>(static_cast<size_t>(baseLength) / sizeof(SQLWCHAR), std::size(base) - 1));
         columns.push_back(std::move(desc));
         if (readAs) readAs->push_back(mapped.readAs);
     }
@@ -40,18 +78,33 @@ std::vector<ColumnDesc> DescribeColumns(SQLHSTMT statement, std::vector<ReadAs>*
 
 OdbcRowSource::OdbcRowSource(std::shared_ptr<Connection> connection, StatementHandle statement, std::wstring text)
     : m_connection(std::move(connection)), m_statement(std::move(statement)), m_text(std::move(text)) {
-    m_columns = DescribeColumns(m_statement.get(), &m_readAs, m_text);
+    m_columns = DescribeColumns(*m_connection, m_statement.get(), &m_readAs, m_text);
+    if (m_connection->IsSqlite()) TypeTextExpressionsByFirstRow();
 }
 
-OdbcRowSource::~OdbcRowSource() {
-    std::lock_guard guard(m_connection->lock());
-    if (!m_done) SQLCloseCursor(m_statement.get());
-    m_statement.reset();
+void OdbcRowSource::TypeTextExpressionsByFirstRow() {
+    std::vector<size_t> expressions;
+    for (size_t i = 0; i < m_columns.size(); ++i) {
+        const ColumnDesc& c = m_columns[i];
+        if (c.baseTable.empty() && m_readAs[i] == ReadAs::Text && c.type.type == DBTYPE_WSTR &&
+            !(c.type.flags & DBCOLUMNFLAGS_ISLONG))
+            expressions.push_back(i);
+    }
+    if (expressions.empty()) return;
+    SourceRow first;
+    const bool any = Fetch(first);  // the caller (RunStatement) holds the lock
+    for (size_t i : expressions) {
+        const ColumnType type = TypeFromValue(any ? first.cells[i] : Cell{});
+        // A first value that is not text (SQLite gives any column any value) keeps the text type.
+        m_columns[i].type = type.type == DBTYPE_WSTR ? type : TextType(kExpressionTextSize, false);
+        m_columns[i].flags = (m_columns[i].flags & ~(DBCOLUMNFLAGS_ISLONG | DBCOLUMNFLAGS_ISFIXEDLENGTH)) |
+                             m_columns[i].type.flags;
+    }
+    if (any) m_first = std::move(first);
 }
 
-bool OdbcRowSource::Next(SourceRow& row) {
+bool OdbcRowSource::Fetch(SourceRow& row) {
     if (m_done) return false;
-    std::lock_guard guard(m_connection->lock());
     SQLRETURN rc = SQLFetch(m_statement.get());
     if (rc == SQL_NO_DATA) {
         m_done = true;
@@ -61,9 +114,28 @@ bool OdbcRowSource::Next(SourceRow& row) {
     if (!Succeeded(rc)) FailOdbc(SQL_HANDLE_STMT, m_statement.get(), m_text);
     row.cells.resize(m_columns.size());
     row.rowid.reset();
-    for (size_t i = 0; i < m_columns.size(); ++i)
+    for (size_t i = 0; i < m_columns.size(); ++i) {
         ReadCell(m_statement.get(), static_cast<SQLUSMALLINT>(i + 1), m_readAs[i], row.cells[i], m_text);
+        if (m_columns[i].type.type == DBTYPE_DECIMAL) PadToScale(row.cells[i], m_columns[i].type.scale);
+    }
     return true;
+}
+
+OdbcRowSource::~OdbcRowSource() {
+    std::lock_guard guard(m_connection->lock());
+    if (!m_done) SQLCloseCursor(m_statement.get());
+    m_statement.reset();
+}
+
+bool OdbcRowSource::Next(SourceRow& row) {
+    if (m_first) {
+        row = std::move(*m_first);
+        m_first.reset();
+        return true;
+    }
+    if (m_done) return false;
+    std::lock_guard guard(m_connection->lock());
+    return Fetch(row);
 }
 
 }  // namespace zel::provider::odbc

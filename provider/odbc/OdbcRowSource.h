@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,10 +30,20 @@ private:
     std::wstring m_text;
     std::vector<ReadAs> m_readAs;
     bool m_done = false;
+    // SQLite: the first row, read ahead to type the text expressions by their first value.
+    std::optional<SourceRow> m_first;
+
+    // Fetches the next row into `row` (caller holds the lock); false at the end.
+    bool Fetch(SourceRow& row);
+    // SQLite: the SQLite3 driver gives every text expression a nominal VARCHAR(255) that the
+    // values are not held to; such columns are typed from the first row's value, as ZelLite
+    // types expressions (TypeFromValue), so longer values are neither cut nor typed otherwise.
+    void TypeTextExpressionsByFirstRow();
 };
 
 // Describes the result columns of a prepared or executed statement (caller holds the lock).
-std::vector<ColumnDesc> DescribeColumns(SQLHSTMT statement, std::vector<ReadAs>* readAs, std::wstring_view text);
+std::vector<ColumnDesc> DescribeColumns(const Connection& connection, SQLHSTMT statement, std::vector<ReadAs>* readAs,
+                                        std::wstring_view text);
 
 }  // namespace zel::provider::odbc
 

@@ -190,9 +190,14 @@ STDMETHODIMP OdbcSession::GetTableDefinition(DBID* tableId, DBORDINAL* columnCou
                 std::wstring text;
                 if (ReadText(s.get(), 12, text) && !text.empty()) d.description = text;
                 if (ReadText(s.get(), 13, text)) d.defaultSql = text;
-                d.type = MapSqlType(static_cast<SQLSMALLINT>(sqlType), static_cast<SQLULEN>(std::max<SQLBIGINT>(0, size)),
-                                    static_cast<SQLSMALLINT>(digits), false)
-                             .type;
+                OdbcColumnType mapped = MapSqlType(static_cast<SQLSMALLINT>(sqlType),
+                                                   static_cast<SQLULEN>(std::max<SQLBIGINT>(0, size)),
+                                                   static_cast<SQLSMALLINT>(digits), false);
+                if (c.IsSqlite())
+                    mapped = SqliteColumnType(mapped, static_cast<SQLSMALLINT>(sqlType),
+                                              static_cast<SQLULEN>(std::max<SQLBIGINT>(0, size)), d.declaredType,
+                                              false, -1);
+                d.type = mapped.type;
                 d.nullable = nullable != SQL_NO_NULLS;
                 columns.push_back(std::move(d));
             }

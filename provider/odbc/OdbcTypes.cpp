@@ -130,6 +130,31 @@ OdbcColumnType MapSqlType(SQLSMALLINT sqlType, SQLULEN size, SQLSMALLINT digits,
     }
 }
 
+OdbcColumnType SqliteColumnType(const OdbcColumnType& mapped, SQLSMALLINT sqlType, SQLULEN size,
+                                std::wstring_view typeName, bool expression, int scale) {
+    switch (sqlType) {
+    case SQL_BINARY:
+    case SQL_VARBINARY:
+    case SQL_LONGVARBINARY: return {LongBinaryType(), ReadAs::Bytes};
+    case SQL_TINYINT:
+    case SQL_SMALLINT:
+    case SQL_INTEGER:
+        if (expression) return {FixedType(DBTYPE_I8), ReadAs::Integer};
+        return mapped;
+    case SQL_CHAR:
+    case SQL_VARCHAR:
+    case SQL_WCHAR:
+    case SQL_WVARCHAR: {
+        // The shared mapping of declared types reads "DECIMAL(10,2)" and "DEC(5)" as ZelLite does.
+        const ColumnType declared = MapDeclaredType(typeName);
+        if (declared.type != DBTYPE_DECIMAL) return mapped;
+        if (scale < 0) return {declared, ReadAs::Text};
+        return {DecimalType(size > 0 && size <= 28 ? static_cast<int>(size) : 18, scale), ReadAs::Text};
+    }
+    default: return mapped;
+    }
+}
+
 void ReadCell(SQLHSTMT statement, SQLUSMALLINT ordinal, ReadAs readAs, Cell& cell, std::wstring_view statementText) {
     switch (readAs) {
     case ReadAs::Integer: {

@@ -32,6 +32,19 @@ struct OdbcColumnType {
 // (intervals, driver-specific types) are read as text.
 OdbcColumnType MapSqlType(SQLSMALLINT sqlType, SQLULEN size, SQLSMALLINT digits, bool isUnsigned);
 
+// What a column of a SQLite database through the SQLite3 driver really holds, from the driver's
+// mapping and the declared type name it reports (SQL_DESC_TYPE_NAME, or TYPE_NAME of SQLColumns).
+// SQLite keeps any value in any column, so:
+// - binary columns are long: the driver gives BLOB a nominal size of 255 bytes that no value
+//   is held to;
+// - integer expressions (`expression`: no base column) are 64-bit: the driver types them
+//   SQL_INTEGER, while SUM or COUNT can pass 32 bits;
+// - DECIMAL(p,s), which the driver does not know and reports as VARCHAR(p), is DECIMAL(p,s);
+//   `scale` is the s the driver reads from the declaration (it hands it over as
+//   SQL_DESC_PRECISION of a result column), or -1 to take it from `typeName` ("DECIMAL(10,2)").
+OdbcColumnType SqliteColumnType(const OdbcColumnType& mapped, SQLSMALLINT sqlType, SQLULEN size,
+                                std::wstring_view typeName, bool expression, int scale);
+
 // Reads column `ordinal` of the row the statement stands on into `cell` (NULL as the empty
 // cell). Fails (error published) with the driver's diagnostics; `statementText` names the
 // statement in the error.
