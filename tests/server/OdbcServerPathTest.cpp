@@ -308,11 +308,13 @@ TEST_F(OdbcPgTypesTest, RowsInBatchesHaveNaturalTypes) {
 // size), and a long column standing before the bound ones.
 TEST_F(OdbcPgTest, ManyRowsKeepEveryValue) {
     m_client.Run(L"DROP TABLE IF EXISTS zt_many");
-    m_client.Run(L"CREATE TABLE zt_many (id integer, v varchar(5), u varchar, t text, n numeric(12,3))");
+    m_client.Run(L"CREATE TABLE zt_many (id integer, v varchar(5), u varchar, t text, n numeric(12,3), ts timestamp)");
     m_client.Run(
         L"INSERT INTO zt_many SELECT i, CASE i % 4 WHEN 0 THEN NULL WHEN 1 THEN U&'\\+01F600\\00E9\\+01F600' "
         L"WHEN 2 THEN 'abc' ELSE '' END, CASE WHEN i % 5 = 0 THEN NULL ELSE repeat(U&'\\00FC', 200 + i % 56) END, "
-        L"CASE WHEN i % 7 = 0 THEN NULL ELSE 'x' || i END, CASE WHEN i % 6 = 0 THEN NULL ELSE i * 1.125 END "
+        L"CASE WHEN i % 7 = 0 THEN NULL ELSE 'x' || i END, CASE WHEN i % 6 = 0 THEN NULL ELSE i * 1.125 END, "
+        L"CASE WHEN i % 11 = 0 THEN NULL WHEN i % 10 = 0 THEN timestamp '2020-01-01' + i * interval '1 day' "
+        L"ELSE timestamp '2020-01-01' + i * interval '3600.25 seconds' END "
         L"FROM generate_series(1, 1500) i");
     const std::vector<std::wstring> got = m_client.Texts(L"SELECT t, id, v, u, n FROM zt_many ORDER BY id");
     ASSERT_EQ(1501u, got.size());
@@ -335,12 +337,13 @@ TEST_F(OdbcPgTest, ManyRowsKeepEveryValue) {
         EXPECT_EQ(expected, got[static_cast<size_t>(i)]) << "row " << i;
         if (expected != got[static_cast<size_t>(i)] && ++mismatches == 3) break;
     }
-    // The long column's values, through the batch interface.
+    // The long column's values and the timestamps (midnights, fractions of a second) as
+    // natural values, through the batch interface.
     ComPtr<IZelOleDbRows> rows;
     ASSERT_EQ(S_OK, ComPtr<IZelOleDb>(m_client.get()).query(rows));
     ULONG h = 0;
     ASSERT_EQ(S_OK, m_client->CmdSetConnection(&h));
-    Bstr sql(L"SELECT t, id, v FROM zt_many ORDER BY id");
+    Bstr sql(L"SELECT t, id, v, ts FROM zt_many ORDER BY id");
     ASSERT_EQ(S_OK, m_client->CmdSetCommandText(h, sql.get()));
     SHORT result = 0;
     Bstr errorText, errorStmt;
@@ -371,6 +374,17 @@ TEST_F(OdbcPgTest, ManyRowsKeepEveryValue) {
         if (i % 4 == 1) {
             ASSERT_EQ(VT_BSTR, v.vt()) << "row " << i;
             EXPECT_EQ(L"\U0001F600\u00E9\U0001F600", BstrText(V_BSTR(v.get()))) << "row " << i;
+        }
+        Variant ts;
+        LONG tsAt[2] = {lowerColumn + 3, lowerRow + r};
+        ASSERT_EQ(S_OK, SafeArrayGetElement(array, tsAt, ts.get()));
+        if (i % 11 == 0) {
+            EXPECT_EQ(VT_NULL, ts.vt()) << "row " << i;
+        } else {
+            ASSERT_EQ(VT_DATE, ts.vt()) << "row " << i;
+            const double day2020 = 43831;  // 2020-01-01 as DATE
+            const double expected = i % 10 == 0 ? day2020 + i : day2020 + i * 3600.25 / 86400.0;
+            EXPECT_NEAR(expected, V_DATE(ts.get()), 1e-9) << "row " << i;
         }
     }
     m_client->CmdDestroy(h);
