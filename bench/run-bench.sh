@@ -185,7 +185,7 @@ if [ "$PG_STARTED" -eq 1 ]; then
   # BoolsAsChar=0: psqlODBC gives booleans as BIT (BOOL), not as text, so the columns have the
   # types of the SQLite table (I4, WSTR(50), R8, DATE, BOOL, WSTR(200)).
   PG_CONNECTION="Provider=ZelOdbc.OLEDB.1;$(cat "$PG_DIR/connection.txt")BoolsAsChar=0;${ZEL_BENCH_PG_OPTIONS:-}"
-  echo "PostgreSQL series: $("$PG_BIN/postgres" --version) on 127.0.0.1 (throwaway cluster in $PG_DIR); ZelOdbc connection string: $PG_CONNECTION; 1p runs $PG_BIN/psql" >> "$CONTEXT"
+  echo "PostgreSQL series: $("$PG_BIN/postgres" --version) on 127.0.0.1 (throwaway cluster in $PG_DIR); ZelOdbc connection string \"$PG_CONNECTION\", 1p runs $PG_BIN/psql" >> "$CONTEXT"
   for n in "${SIZES[@]}"; do
     file="$OUT/data/rows-$n.db"
     log "loading $n rows into PostgreSQL"
