@@ -178,7 +178,8 @@ else
   fi
 fi
 if [ "$PG_STARTED" -eq 1 ]; then
-  PG_BIN="$(find /usr/lib/postgresql -mindepth 2 -maxdepth 2 -name bin -type d 2>/dev/null | sort -t / -k 5 -V | tail -n 1)"
+  # The server binaries pg-cluster.sh chose (ZEL_PG_BINDIR, else the newest installed).
+  PG_BIN="${ZEL_PG_BINDIR:-$(find /usr/lib/postgresql -mindepth 2 -maxdepth 2 -name bin -type d 2>/dev/null | sort -t / -k 5 -V | tail -n 1)}"
   PG_PORT="$(cat "$PG_DIR/port")"
   # psql itself, not Debian's version-choosing wrapper in /usr/bin, so that 1p is the client alone.
   pg_psql() { PGHOST=127.0.0.1 PGPORT="$PG_PORT" PGUSER=postgres PGDATABASE=zeltest "$PG_BIN/psql" -X -q -v ON_ERROR_STOP=1 "$@"; }
