@@ -170,11 +170,12 @@ elif ! command -v sqlite3 >/dev/null; then
 else
   code=0
   PG_STARTED=1
-  "$ROOT/tests/support/pg-cluster.sh" start "$PG_DIR" || code=$?
+  "$ROOT/tests/support/pg-cluster.sh" start "$PG_DIR" 2> "$OUT/pg-start.log" || code=$?
+  cat "$OUT/pg-start.log" >&2
   if [ "$code" -ne 0 ]; then
     PG_STARTED=0
     "$ROOT/tests/support/pg-cluster.sh" stop "$PG_DIR" >/dev/null 2>&1 || true
-    pg_skip "no PostgreSQL cluster could start (tests/support/pg-cluster.sh start ended with code $code, see above)"
+    pg_skip "no PostgreSQL cluster could start (tests/support/pg-cluster.sh start ended with code $code: $(grep -v '^$' "$OUT/pg-start.log" | tail -n 1 | tr -d '"'))"
   fi
 fi
 if [ "$PG_STARTED" -eq 1 ]; then
