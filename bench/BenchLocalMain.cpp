@@ -6,11 +6,16 @@
 //   ZelBenchLocal generate-catalog --db PATH --tables 1000 --columns 255
 //   ZelBenchLocal run --figure sqlite|oledb|command|xml|service --db PATH --rows N
 //                     [--runs 5] [--warmups 1] [--modules FILE] --out RAW
+//   ZelBenchLocal run --figure oledb|command|xml|service --connection STRING --rows N
+//                     [--series p] [--series-title TEXT] [--runs 5] [--warmups 1] --out RAW
 //   ZelBenchLocal smoke
 //   ZelBenchLocal catalog-check --db PATH
 //   ZelBenchLocal field-costs --db PATH [--runs 5] [--warmups 1]
-// register-provider registers the ZelLite.dll beside this program. smoke runs figures 1 to 4
-// on 1,000 fresh rows in a scratch folder and checks that the report has each of them.
+// register-provider registers the ZelLite.dll and ZelOdbc.dll beside this program. With
+// --connection the figures read BenchRows through that OLE DB connection string (another
+// provider, another database holding the same rows) instead of ZelLite on --db; --series is
+// appended to the figure's label (2p) and --series-title to its title. smoke runs figures 1
+// to 4 on 1,000 fresh rows in a scratch folder and checks that the report has each of them.
 #include <windows.h>
 #include <objbase.h>
 
@@ -36,6 +41,8 @@ int Usage() {
                  "       ZelBenchLocal generate-catalog --db PATH --tables N --columns N\n"
                  "       ZelBenchLocal run --figure sqlite|oledb|command|xml|service --db PATH --rows N\n"
                  "                         [--runs 5] [--warmups 1] --out RAW\n"
+                 "       ZelBenchLocal run --figure oledb|command|xml|service --connection STRING --rows N\n"
+                 "                         [--series p] [--series-title TEXT] [--runs 5] [--warmups 1] --out RAW\n"
                  "       ZelBenchLocal smoke\n"
                  "       ZelBenchLocal catalog-check --db PATH\n"
                  "       ZelBenchLocal field-costs --db PATH [--runs 5] [--warmups 1]\n");
@@ -49,10 +56,10 @@ std::wstring ProgramFolder() {
     return folder.substr(0, folder.find_last_of(L"\\/") + 1);
 }
 
-// DllRegisterServer of the ZelLite.dll next to this program, so that the figures measure the
-// provider of the same build.
-HRESULT RegisterProvider() {
-    HMODULE module = LoadLibraryW((ProgramFolder() + L"ZelLite.dll").c_str());
+// DllRegisterServer of the provider `file` next to this program, so that the figures measure
+// the provider of the same build.
+HRESULT RegisterProvider(const wchar_t* file = L"ZelLite.dll") {
+    HMODULE module = LoadLibraryW((ProgramFolder() + file).c_str());
     if (!module) return HRESULT_FROM_WIN32(GetLastError());
     using RegisterFunction = HRESULT(STDAPICALLTYPE*)();
     auto registerServer = reinterpret_cast<RegisterFunction>(GetProcAddress(module, "DllRegisterServer"));
@@ -60,9 +67,15 @@ HRESULT RegisterProvider() {
 }
 
 int RegisterCommand() {
-    HRESULT hr = RegisterProvider();
-    if (FAILED(hr)) std::fprintf(stderr, "registering ZelLite.dll failed: %s\n", HresultText(hr).c_str());
-    return FAILED(hr) ? 1 : 0;
+    int result = 0;
+    for (const wchar_t* file : {L"ZelLite.dll", L"ZelOdbc.dll"}) {
+        HRESULT hr = RegisterProvider(file);
+        if (FAILED(hr)) {
+            std::fprintf(stderr, "registering %s failed: %s\n", ToUtf8(file).c_str(), HresultText(hr).c_str());
+            result = 1;
+        }
+    }
+    return result;
 }
 
 int Generate(const Arguments& args, bool catalog) {
@@ -89,7 +102,17 @@ int RunFigure(const Arguments& args) {
     plan.connectionString = L"Provider=ZelLite.OLEDB.1;Data Source=" + plan.database;
     const std::wstring figure = args.Text(L"figure");
     const std::wstring out = args.Text(L"out");
-    if (plan.database.empty() || out.empty() || plan.runs < 1) return Usage();
+    const bool other = args.Has(L"connection");
+    if (other) {
+        plan.connectionString = args.Text(L"connection");
+        plan.series = ToUtf8(args.Text(L"series"));
+        plan.seriesTitle = ToUtf8(args.Text(L"series-title"));
+        // Figure 1 is SQLite's own reading of the file; it has no counterpart elsewhere.
+        if (plan.connectionString.empty() || figure == L"sqlite") return Usage();
+    } else if (plan.database.empty()) {
+        return Usage();
+    }
+    if (out.empty() || plan.runs < 1) return Usage();
 
     Measurement m;
     if (figure == L"sqlite") m = MeasureSqlite(plan);

@@ -12,7 +12,9 @@ namespace {
 constexpr double kMiB = 1024.0 * 1024.0;
 
 // The figures measured per table size, in the order the table shows them.
-const char* const kRowFigures[] = {"1", "2", "3", "4", "5c", "5a", "6p", "5b", "8s", "8"};
+// 1p to 4p are the PostgreSQL series: 2p to 4p as 2 to 4 through ZelOdbc on a PostgreSQL copy of
+// the table, 1p psql's own \copy of it (a whole native process, the floor of 2p and 3p).
+const char* const kRowFigures[] = {"1", "2", "3", "4", "1p", "2p", "3p", "4p", "5c", "5a", "6p", "5b", "8s", "8"};
 // The figures that do not depend on the table size.
 const char* const kOtherFigures[] = {"6", "6b", "7a", "7b"};
 
@@ -189,6 +191,9 @@ std::vector<FloorComparison> Floors(const RawRecord& r, const Index& index) {
     const std::string& f = r.figure;
     if (f == "2" || f == "3") perRow("1", "", true);
     if (f == "4" || f == "5c") perRow("1", "", false);
+    if (f == "2p" || f == "3p") perRow("1p", " (psql \\copy, whole process)", true);
+    if (f == "4p") perRow("1p", " (psql \\copy, whole process)", false);
+    if (f == "2p") perRow("2", " (the same through ZelLite)", false);
     if (f == "5a") {
         // The floor measured right after each run, on the same server, when there is one.
         if (index.Find("6p", r.n)) {
@@ -212,7 +217,10 @@ std::vector<FloorComparison> Floors(const RawRecord& r, const Index& index) {
 std::string Other(const RawRecord& r, const Derived& d) {
     std::string text;
     auto add = [&](const std::string& part) { text += (text.empty() ? "" : "; ") + part; };
-    const std::string& f = r.figure;
+    // The PostgreSQL series reads as its SQLite counterpart (2p as 2); 1p as the native 8s.
+    std::string f = r.figure;
+    if (f == "1p") f = "8s";
+    else if (f.size() == 2 && f[1] == 'p' && f[0] >= '2' && f[0] <= '4') f.resize(1);
     if (f == "1" || f == "3") add(Format("%.1f MiB/s of text", d.bytesPerSecond / kMiB));
     if (f == "2" || f == "3" || f == "4") add("execute " + Time(d.setup.median));
     if (f == "4" || f == "5b") {
@@ -378,7 +386,8 @@ std::string RenderMarkdown(const std::vector<RawRecord>& records, const std::vec
     const std::string designated = largest(true);
     const std::string any = largest(false);
     if (!designated.empty())
-        md += "\nLargest gap to a designated floor at the largest N (2 and 3 against 1, 5a per call against 6p): " +
+        md += "\nLargest gap to a designated floor at the largest N (2 and 3 against 1, 2p and 3p against 1p, 5a per "
+              "call against 6p): " +
               designated + ".\n";
     if (!any.empty() && any != designated) md += "Largest ratio among all comparisons shown at that N: " + any + ".\n";
     return md;

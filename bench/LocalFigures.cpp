@@ -27,10 +27,11 @@
 namespace zel::bench {
 namespace {
 
-Measurement Start(const char* figure, const char* title, const LocalPlan& plan) {
+Measurement Start(const std::string& figure, const char* title, const LocalPlan& plan) {
     Measurement m;
-    m.figure = figure;
+    m.figure = figure + plan.series;
     m.title = title;
+    if (!plan.seriesTitle.empty()) m.title += ", " + plan.seriesTitle;
     m.n = plan.n;
     m.memoryCounter = "PeakWorkingSetSize of this process";
     return m;

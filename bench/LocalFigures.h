@@ -10,8 +10,12 @@
 namespace zel::bench {
 
 struct LocalPlan {
-    std::wstring database;          // Windows path of the data file
-    std::wstring connectionString;  // the embedded provider on that file
+    std::wstring database;          // Windows path of the data file (figure 1 reads it with SQLite)
+    std::wstring connectionString;  // the provider on that file, or on another data source
+    // Figures 2 to 5c on another provider's copy of the table: appended to the figure's label
+    // ("2p") and, after a comma, to its title.
+    std::string series;
+    std::string seriesTitle;
     unsigned long long n = 0;       // rows of the table
     int warmups = 1;
     int runs = 5;

@@ -10,6 +10,9 @@
 #             field-costs: no sampling; figure 3 with a clock around every FetchNext and
 #             FieldAsString call, the time per call of each column
 #   N is the table's rows, or for call-floor the ConIsConnected calls per run.
+#   ZEL_PROFILE_CONNECTION: an OLE DB connection string for the in-process figures (oledb,
+#     command, xml, service) instead of ZelLite on the generated file, e.g. ZelOdbc on a
+#     PostgreSQL copy of BenchRows holding N rows (run-bench.sh shows how to load one).
 set -euo pipefail
 
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -33,7 +36,9 @@ rm -f "$OUT/profile-raw.csv" "$OUT/profile-modules.txt"
 
 case "$figure" in
   sqlite|oledb|command|xml|service)
-    program=("$TREES/win32/bin/ZelBenchLocal.exe" run --figure "$figure" --db "$db" --rows "$n"
+    source=(--db "$db")
+    [ -z "${ZEL_PROFILE_CONNECTION:-}" ] || source=(--connection "$ZEL_PROFILE_CONNECTION" --series p)
+    program=("$TREES/win32/bin/ZelBenchLocal.exe" run --figure "$figure" "${source[@]}" --rows "$n"
              --modules "$(winpath "$OUT/profile-modules.txt")") ;;
   fetch) program=("$TREES/win64/bin/ZelBenchRemote.exe" run --figure fetch --db "$db" --n "$n" --walk-rows "${ZEL_WALK_ROWS:-300}") ;;
   remote-xml) program=("$TREES/win64/bin/ZelBenchRemote.exe" run --figure xml --db "$db" --n "$n") ;;
@@ -64,7 +69,7 @@ python3 "$ROOT/bench/perf-profile.py" "$data" ${wineserver_pid:+--wineserver-pid
               'KobOleDbXML::AddMetadata' 'KobOleDbXML::AddResultset' 'zel::SetAttribute' 'zel::AppendElement' \
               'zel::DocumentXml' 'domdoc_get_xml' 'xmlBufferResize' 'PlatformFormat' 'zel::DateText' \
               'zel::ValueText' 'zel::RealText' 'zel::FixedRealText' 'DateTextFormat::' \
-              'ZelLite.dll!' 'Rowset::GetNextRows' 'Rowset::GetData' 'sqlite3_step' \
+              'ZelLite.dll!' 'ZelOdbc.dll!' 'OdbcRowSource::' 'odbc32' 'libodbc' 'psqlodbcw' 'Rowset::GetNextRows' 'Rowset::GetData' 'sqlite3_step' \
               'ZelOleDbImpl::' 'IsConnected' 'NdrStubCall|NdrClientCall|ndr_|rpcrt4' 'wineserver' \
-  --pe "$TREES"/win32/bin/ZelBenchLocal.exe "$TREES"/win32/bin/ZelLite.dll "$TREES"/win32/bin/ZelPmDb32.exe \
+  --pe "$TREES"/win32/bin/ZelBenchLocal.exe "$TREES"/win32/bin/ZelLite.dll "$TREES"/win32/bin/ZelOdbc.dll "$TREES"/win32/bin/ZelPmDb32.exe \
        "$TREES"/win64/bin/ZelBenchRemote.exe

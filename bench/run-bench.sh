@@ -78,6 +78,11 @@ log "registering the provider and the server of $TREES"
 wine "$W32/ZelBenchLocal.exe" register-provider
 wine "$W32/ZelPmDb32.exe" /RegServer
 
+# A record of a figure measured here in the script (a whole native process).
+record8() { # figure title n note counter peak rows bytes seconds
+  echo "$1,\"$2\",$3,ok,\"$4\",$5,0,$6,$7,0,$8,$9,," >> "$RAW"
+}
+
 # Appends a failure record when a measuring program ended without writing one (a crash or
 # the step timeout), so the table shows the gap instead of hiding it.
 measure() { # figure-label n program args...
@@ -138,6 +143,102 @@ for n in "${SIZES[@]}"; do
   measure 5b "$n" "$W64/ZelBenchRemote.exe" run --figure xml "${remote[@]}" --warmups "$warmups"
 done
 
+# The PostgreSQL series: the same rows in a throwaway PostgreSQL cluster, read in process through
+# ZelOdbc (2p, 3p, 4p: figures 2, 3 and 4 on that copy, psqlODBC's "PostgreSQL Unicode" driver
+# under Wine's odbc32 and unixODBC) beside PostgreSQL's own client writing the table as CSV (1p:
+# `psql -c "\copy (SELECT * FROM BenchRows) TO STDOUT CSV"` to /dev/null, a whole native
+# process, median of the runs). The cluster is stopped when the suite ends, however it ends.
+PG_DIR="$OUT/pg"
+PG_STARTED=0
+pg_stop() {
+  [ "$PG_STARTED" -eq 1 ] || return 0
+  PG_STARTED=0
+  "$ROOT/tests/support/pg-cluster.sh" stop "$PG_DIR" || log "stopping the PostgreSQL cluster in $PG_DIR failed"
+}
+trap pg_stop EXIT
+trap 'exit 130' INT TERM
+pg_skip() { # reason
+  log "PostgreSQL figures (1p to 4p) skipped: $1"
+  echo "PostgreSQL figures (1p to 4p) skipped: $1" >> "$CONTEXT"
+}
+if [ -n "$ONLY" ]; then
+  :
+elif [ ! -f "$W32/ZelOdbc.dll" ]; then
+  pg_skip "$W32/ZelOdbc.dll is not built"
+elif ! command -v sqlite3 >/dev/null; then
+  pg_skip "no sqlite3 shell to export the rows with"
+else
+  code=0
+  PG_STARTED=1
+  "$ROOT/tests/support/pg-cluster.sh" start "$PG_DIR" 2> "$OUT/pg-start.log" || code=$?
+  cat "$OUT/pg-start.log" >&2
+  if [ "$code" -ne 0 ]; then
+    PG_STARTED=0
+    "$ROOT/tests/support/pg-cluster.sh" stop "$PG_DIR" >/dev/null 2>&1 || true
+    pg_skip "no PostgreSQL cluster could start (tests/support/pg-cluster.sh start ended with code $code: $(grep -v '^$' "$OUT/pg-start.log" | tail -n 1 | tr -d '"'))"
+  fi
+fi
+if [ "$PG_STARTED" -eq 1 ]; then
+  # The server binaries pg-cluster.sh chose (ZEL_PG_BINDIR, else the newest installed).
+  PG_BIN="${ZEL_PG_BINDIR:-$(find /usr/lib/postgresql -mindepth 2 -maxdepth 2 -name bin -type d 2>/dev/null | sort -t / -k 5 -V | tail -n 1)}"
+  PG_PORT="$(cat "$PG_DIR/port")"
+  # psql itself, not Debian's version-choosing wrapper in /usr/bin, so that 1p is the client alone.
+  pg_psql() { PGHOST=127.0.0.1 PGPORT="$PG_PORT" PGUSER=postgres PGDATABASE=zeltest "$PG_BIN/psql" -X -q -v ON_ERROR_STOP=1 "$@"; }
+  # BoolsAsChar=0: psqlODBC gives booleans as BIT (BOOL), not as text, so the columns have the
+  # types of the SQLite table (I4, WSTR(50), R8, DATE, BOOL, WSTR(200)).
+  PG_CONNECTION="Provider=ZelOdbc.OLEDB.1;$(cat "$PG_DIR/connection.txt")BoolsAsChar=0;${ZEL_BENCH_PG_OPTIONS:-}"
+  echo "PostgreSQL series: $("$PG_BIN/postgres" --version) on 127.0.0.1 (throwaway cluster in $PG_DIR); ZelOdbc connection string \"$PG_CONNECTION\", 1p runs $PG_BIN/psql" >> "$CONTEXT"
+  for n in "${SIZES[@]}"; do
+    file="$OUT/data/rows-$n.db"
+    log "loading $n rows into PostgreSQL"
+    # The same rows: the SQLite file's values as CSV (Amount with all 17 digits, so that every
+    # double arrives unchanged) into a table of the matching PostgreSQL types.
+    loaded=""
+    if pg_psql -c "DROP TABLE IF EXISTS BenchRows" \
+         -c "CREATE TABLE BenchRows (Id integer PRIMARY KEY, Name varchar(50), Amount double precision, Created timestamp, Active boolean, Notes varchar(200))" &&
+       sqlite3 -csv "$file" "SELECT Id, Name, printf('%.17g', Amount), Created, Active, Notes FROM BenchRows ORDER BY Id" |
+         pg_psql -c "\copy BenchRows FROM STDIN CSV" &&
+       pg_psql -c "VACUUM ANALYZE BenchRows"; then
+      loaded="$(pg_psql -A -t -c "SELECT count(*) FROM BenchRows" || true)"
+    fi
+    if [ "$loaded" != "$n" ]; then
+      for label in 1p 2p 3p 4p; do
+        echo "$label,\"$label\",$n,failed,\"loading the rows into PostgreSQL failed (count: ${loaded:-none})\",,0,0,0,0,0,,," >> "$RAW"
+      done
+      log "PostgreSQL figures at N=$n: loading the rows failed"
+      continue
+    fi
+    warmups=1
+    [ "$n" -ge 100000 ] && warmups=0
+    series=(--connection "$PG_CONNECTION" --series p --series-title "ZelOdbc on PostgreSQL" --rows "$n" --runs "$RUNS"
+            --warmups "$warmups" --out "$RAW_WIN")
+    measure 2p "$n" "$W32/ZelBenchLocal.exe" run --figure oledb "${series[@]}"
+    measure 3p "$n" "$W32/ZelBenchLocal.exe" run --figure command "${series[@]}"
+    measure 4p "$n" "$W32/ZelBenchLocal.exe" run --figure xml "${series[@]}"
+    # 1p: first one run to a file to count what psql writes, then the timed runs to /dev/null.
+    out_psql="$OUT/data/psql-$n.csv"
+    query='\copy (SELECT * FROM BenchRows) TO STDOUT CSV'
+    if pg_psql -c "$query" > "$out_psql"; then
+      lines=$(wc -l < "$out_psql"); bytes=$(stat -c %s "$out_psql")
+      times=""; peak=0
+      for run in $(seq "$RUNS"); do
+        t0=$(date +%s.%N)
+        /usr/bin/time -f %M -o "$OUT/data/time.txt" env PGHOST=127.0.0.1 PGPORT="$PG_PORT" PGUSER=postgres \
+          PGDATABASE=zeltest "$PG_BIN/psql" -X -q -c "$query" > /dev/null
+        t1=$(date +%s.%N)
+        times+="$(awk -v a="$t0" -v b="$t1" 'BEGIN { printf "%.3f", b - a }');"
+        kib=$(tail -1 "$OUT/data/time.txt"); [ $((kib * 1024)) -gt "$peak" ] && peak=$((kib * 1024))
+      done
+      record8 1p "psql \\copy (SELECT * FROM BenchRows) TO STDOUT CSV, whole process (native)" "$n" \
+        "$lines rows written" "process peak RSS" "$peak" "$lines" "$bytes" "${times%;}"
+    else
+      echo "1p,\"1p\",$n,failed,\"psql could not copy the table out\",,0,0,0,0,0,,," >> "$RAW"
+    fi
+    rm -f "$out_psql"
+  done
+  pg_stop
+fi
+
 # Figure 8: the whole command-line client against Debian's native sqlite3 shell, each a
 # process of its own writing the table as CSV to a file: `zeldb query FILE "SELECT *
 # FROM BenchRows" --csv` (a 64-bit Wine process that starts the 32-bit server) against
@@ -162,9 +263,6 @@ sample_peaks() { # stopfile outfile text...: per text, the largest VmHWM (bytes)
     sleep 0.1
   done
   echo "${peaks[*]}" > "$out"
-}
-record8() { # figure title n note counter peak rows bytes seconds
-  echo "$1,\"$2\",$3,ok,\"$4\",$5,0,$6,$7,0,$8,$9,," >> "$RAW"
 }
 ZELDB_WIN="$(winpath "$W64/zeldb.exe")"
 SERVER_WIN="$(winpath "$W32/ZelPmDb32.exe")"

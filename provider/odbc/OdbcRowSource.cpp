@@ -1,5 +1,7 @@
 #include "provider/odbc/OdbcRowSource.h"
 
+#include <algorithm>
+
 namespace zel::provider::odbc {
 
 namespace {
@@ -40,7 +42,7 @@ void PadToScale(Cell& cell, BYTE scale) {
 }  // namespace
 
 std::vector<ColumnDesc> DescribeColumns(const Connection& connection, SQLHSTMT statement, std::vector<ReadAs>* readAs,
-                                        std::wstring_view text) {
+                                        std::wstring_view text, std::vector<OdbcColumnType>* types) {
     SQLSMALLINT count = 0;
     CheckOdbc(SQLNumResultCols(statement, &count), SQL_HANDLE_STMT, statement, text);
     std::vector<ColumnDesc> columns;
@@ -72,13 +74,23 @@ std::vector<ColumnDesc> DescribeColumns(const Connection& connection, SQLHSTMT s
         if (nullable != SQL_NO_NULLS) desc.flags |= DBCOLUMNFLAGS_MAYBENULL | DBCOLUMNFLAGS_ISNULLABLE;
         columns.push_back(std::move(desc));
         if (readAs) readAs->push_back(mapped.readAs);
+        if (types) types->push_back(mapped);
     }
     return columns;
 }
 
+namespace {
+
+// A block holds at most this many rows, and its buffers about this many bytes.
+constexpr SQLULEN kBlockRows = 256;
+constexpr size_t kBlockBytes = 512 * 1024;
+
+}  // namespace
+
 OdbcRowSource::OdbcRowSource(std::shared_ptr<Connection> connection, StatementHandle statement, std::wstring text)
     : m_connection(std::move(connection)), m_statement(std::move(statement)), m_text(std::move(text)) {
-    m_columns = DescribeColumns(*m_connection, m_statement.get(), &m_readAs, m_text);
+    m_columns = DescribeColumns(*m_connection, m_statement.get(), nullptr, m_text, &m_types);
+    Bind();
     if (m_connection->IsSqlite()) TypeTextExpressionsByFirstRow();
 }
 
@@ -86,7 +98,7 @@ void OdbcRowSource::TypeTextExpressionsByFirstRow() {
     std::vector<size_t> expressions;
     for (size_t i = 0; i < m_columns.size(); ++i) {
         const ColumnDesc& c = m_columns[i];
-        if (c.baseTable.empty() && m_readAs[i] == ReadAs::Text && c.type.type == DBTYPE_WSTR &&
+        if (c.baseTable.empty() && m_types[i].readAs == ReadAs::Text && c.type.type == DBTYPE_WSTR &&
             !(c.type.flags & DBCOLUMNFLAGS_ISLONG))
             expressions.push_back(i);
     }
@@ -103,19 +115,115 @@ void OdbcRowSource::TypeTextExpressionsByFirstRow() {
     if (any) m_first = std::move(first);
 }
 
+// Chooses what to bind and the rows of a block, and binds (caller holds the connection's lock,
+// as the constructor runs under RunStatement's).
+void OdbcRowSource::Bind() {
+    const SQLUINTEGER getData = m_connection->InfoNumber(SQL_GETDATA_EXTENSIONS);
+    const bool anyColumn = (getData & SQL_GD_ANY_COLUMN) != 0;  // SQLGetData before a bound column
+    const bool ofBound = (getData & SQL_GD_BOUND) != 0;         // SQLGetData of a bound column
+    const bool inBlock = (getData & SQL_GD_BLOCK) != 0;         // SQLGetData in a block of rows
+    m_bound.resize(m_types.size());
+    size_t rowBytes = 0;
+    bool unboundSeen = false;
+    for (size_t i = 0; i < m_types.size(); ++i) {
+        OdbcBinding binding = BindingFor(m_types[i]);
+        // A bounded text is bound only where a value longer than the driver said can be read
+        // again with SQLGetData.
+        if (m_types[i].readAs == ReadAs::Text && !ofBound) binding = {};
+        // Without SQL_GD_ANY_COLUMN, SQLGetData reads only columns after the last bound one.
+        if (unboundSeen && !anyColumn) binding = {};
+        if (binding.bytes == 0) {
+            unboundSeen = true;
+            m_hasUnbound = true;
+            continue;
+        }
+        m_bound[i].cType = binding.cType;
+        m_bound[i].bytes = binding.bytes;
+        rowBytes += static_cast<size_t>(binding.bytes) + sizeof(SQLLEN);
+    }
+    m_blockRows = rowBytes ? std::clamp<SQLULEN>(kBlockBytes / rowBytes, 1, kBlockRows) : 1;
+    // Long values and re-read texts need SQLGetData on a row of the block.
+    const bool needsGetData = m_hasUnbound || std::any_of(m_types.begin(), m_types.end(), [](const OdbcColumnType& t) {
+                                  return t.readAs == ReadAs::Text;
+                              });
+    if (needsGetData && !inBlock) m_blockRows = 1;
+    if (m_blockRows > 1) {
+        SQLHSTMT statement = m_statement.get();
+        m_rowStatus.resize(m_blockRows);
+        if (!Succeeded(SQLSetStmtAttrW(statement, SQL_ATTR_ROW_ARRAY_SIZE, reinterpret_cast<SQLPOINTER>(m_blockRows), 0)))
+            m_blockRows = 1;
+        SQLULEN granted = 1;
+        if (m_blockRows > 1 && Succeeded(SQLGetStmtAttrW(statement, SQL_ATTR_ROW_ARRAY_SIZE, &granted, 0, nullptr)))
+            m_blockRows = std::max<SQLULEN>(1, std::min(granted, m_blockRows));
+    }
+    SQLHSTMT statement = m_statement.get();
+    CheckOdbc(SQLSetStmtAttrW(statement, SQL_ATTR_ROWS_FETCHED_PTR, &m_fetched, 0), SQL_HANDLE_STMT, statement, m_text);
+    if (!m_rowStatus.empty())
+        CheckOdbc(SQLSetStmtAttrW(statement, SQL_ATTR_ROW_STATUS_PTR, m_rowStatus.data(), 0), SQL_HANDLE_STMT, statement,
+                  m_text);
+    for (size_t i = 0; i < m_bound.size(); ++i) {
+        Bound& b = m_bound[i];
+        if (!b.cType) continue;
+        b.values.resize(static_cast<size_t>(b.bytes) * m_blockRows);
+        b.indicators.resize(m_blockRows);
+        CheckOdbc(SQLBindCol(statement, static_cast<SQLUSMALLINT>(i + 1), b.cType, b.values.data(), b.bytes,
+                             b.indicators.data()),
+                  SQL_HANDLE_STMT, statement, m_text);
+    }
+}
+
+// Fetches the next block; false at the end. A row the driver could not read fails the whole
+// block: the reader gets the driver's error, never a short result.
+bool OdbcRowSource::FetchBlock() {
+    SQLHSTMT statement = m_statement.get();
+    m_fetched = 0;
+    m_next = 0;
+    SQLRETURN rc = SQLFetch(statement);
+    if (rc == SQL_NO_DATA) return false;
+    if (!Succeeded(rc)) FailOdbc(SQL_HANDLE_STMT, statement, m_text);
+    if (m_blockRows == 1) {
+        m_fetched = 1;  // some drivers leave the count alone for a single row
+        return true;
+    }
+    if (m_fetched == 0 || m_fetched > m_blockRows) FailOdbc(SQL_HANDLE_STMT, statement, m_text);
+    for (SQLULEN r = 0; r < m_fetched; ++r)
+        if (m_rowStatus[r] == SQL_ROW_ERROR) FailOdbc(SQL_HANDLE_STMT, statement, m_text);
+    return true;
+}
+
+void OdbcRowSource::ReadUnbound(size_t index, Cell& cell) {
+    ReadCell(m_statement.get(), static_cast<SQLUSMALLINT>(index + 1), m_types[index].readAs, cell, m_text);
+}
+
+// Reads the next row (caller holds the lock).
 bool OdbcRowSource::Fetch(SourceRow& row) {
     if (m_done) return false;
-    SQLRETURN rc = SQLFetch(m_statement.get());
-    if (rc == SQL_NO_DATA) {
+    if (m_next >= m_fetched && !FetchBlock()) {
         m_done = true;
         SQLCloseCursor(m_statement.get());
         return false;
     }
-    if (!Succeeded(rc)) FailOdbc(SQL_HANDLE_STMT, m_statement.get(), m_text);
+    const SQLULEN r = m_next++;
+    SQLHSTMT statement = m_statement.get();
     row.cells.resize(m_columns.size());
     row.rowid.reset();
+    bool positioned = m_blockRows == 1;
+    auto position = [&] {
+        if (positioned) return;
+        CheckOdbc(SQLSetPos(statement, static_cast<SQLSETPOSIROW>(r + 1), SQL_POSITION, SQL_LOCK_NO_CHANGE),
+                  SQL_HANDLE_STMT, statement, m_text);
+        positioned = true;
+    };
     for (size_t i = 0; i < m_columns.size(); ++i) {
-        ReadCell(m_statement.get(), static_cast<SQLUSMALLINT>(i + 1), m_readAs[i], row.cells[i], m_text);
+        const Bound& b = m_bound[i];
+        const bool fromBlock =
+            b.cType && CellFromBound(m_types[i].readAs, b.cType, b.values.data() + static_cast<size_t>(b.bytes) * r,
+                                     b.bytes, b.indicators[r], row.cells[i]);
+        if (!fromBlock) {
+            // Not bound, or a text longer than its buffer: read the whole value again.
+            position();
+            ReadUnbound(i, row.cells[i]);
+        }
         if (m_columns[i].type.type == DBTYPE_DECIMAL) PadToScale(row.cells[i], m_columns[i].type.scale);
     }
     return true;

@@ -1,5 +1,11 @@
 // The rows of an executed ODBC statement, read forwards with SQLFetch; the rowset's row cache
 // keeps what was read, so consumers scroll over a forward-only cursor.
+//
+// Columns of a fixed size and text of a bounded length are bound (SQLBindCol) to buffers of
+// a block of rows, so that one SQLFetch brings many rows; long values are read with SQLGetData
+// after the block's cursor is positioned on the row. What the driver cannot do (SQLGetData in a
+// block, or of a bound or an earlier column; SQLGETDATA_EXTENSIONS) narrows this down to one
+// row a fetch, or to fewer bound columns.
 #pragma once
 
 #include <atomic>
@@ -25,10 +31,29 @@ public:
     bool Next(SourceRow& row) override;
 
 private:
+    // One column bound to the block: `bytes` per value in `values`, an indicator per row.
+    struct Bound {
+        SQLSMALLINT cType = 0;
+        SQLLEN bytes = 0;
+        std::vector<unsigned char> values;
+        std::vector<SQLLEN> indicators;
+    };
+
+    void Bind();
+    bool FetchBlock();
+    // Reads column `index` of the current row with SQLGetData (the cursor positioned on it).
+    void ReadUnbound(size_t index, Cell& cell);
+
     std::shared_ptr<Connection> m_connection;
     StatementHandle m_statement;
     std::wstring m_text;
-    std::vector<ReadAs> m_readAs;
+    std::vector<OdbcColumnType> m_types;
+    std::vector<Bound> m_bound;  // one per column; cType 0: read with SQLGetData
+    bool m_hasUnbound = false;
+    SQLULEN m_blockRows = 1;
+    SQLULEN m_fetched = 0;  // rows of the current block
+    SQLULEN m_next = 0;     // the next of them to hand out
+    std::vector<SQLUSMALLINT> m_rowStatus;
     bool m_done = false;
     // SQLite: the first row, read ahead to type the text expressions by their first value.
     std::optional<SourceRow> m_first;
@@ -43,7 +68,7 @@ private:
 
 // Describes the result columns of a prepared or executed statement (caller holds the lock).
 std::vector<ColumnDesc> DescribeColumns(const Connection& connection, SQLHSTMT statement, std::vector<ReadAs>* readAs,
-                                        std::wstring_view text);
+                                        std::wstring_view text, std::vector<OdbcColumnType>* types = nullptr);
 
 }  // namespace zel::provider::odbc
 

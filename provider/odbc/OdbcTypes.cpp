@@ -1,6 +1,7 @@
 #include "provider/odbc/OdbcTypes.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "provider/odbc/OdbcConnection.h"
 #include "provider/values/DateTime.h"
@@ -91,18 +92,21 @@ OdbcColumnType MapSqlType(SQLSMALLINT sqlType, SQLULEN size, SQLSMALLINT digits,
     case SQL_TINYINT: return Fixed(isUnsigned ? DBTYPE_UI1 : DBTYPE_I2, ReadAs::Integer);
     case SQL_SMALLINT: return Fixed(isUnsigned ? DBTYPE_I4 : DBTYPE_I2, ReadAs::Integer);
     case SQL_INTEGER: return Fixed(isUnsigned ? DBTYPE_I8 : DBTYPE_I4, ReadAs::Integer);
-    case SQL_BIGINT: return isUnsigned ? OdbcColumnType{DecimalType(20, 0), ReadAs::Text} : Fixed(DBTYPE_I8, ReadAs::Integer);
+    case SQL_BIGINT:
+        return isUnsigned ? OdbcColumnType{DecimalType(20, 0), ReadAs::Text, 20} : Fixed(DBTYPE_I8, ReadAs::Integer);
     case SQL_REAL: return Fixed(DBTYPE_R4, ReadAs::Real);
     case SQL_FLOAT:
     case SQL_DOUBLE: return Fixed(DBTYPE_R8, ReadAs::Real);
     case SQL_DECIMAL:
     case SQL_NUMERIC: {
         // DECIMAL holds 28 digits; wider numbers keep their exact text as NUMERIC(38).
-        if (size >= 1 && size <= 28) return {DecimalType(static_cast<int>(size), digits), ReadAs::Text};
+        // The text of a number: its digits, a sign and a decimal point.
+        const SQLULEN chars = size >= 1 && size <= 1000 ? size + 2 : 0;
+        if (size >= 1 && size <= 28) return {DecimalType(static_cast<int>(size), digits), ReadAs::Text, chars};
         ColumnType t = FixedType(DBTYPE_NUMERIC);
         if (size >= 1 && size <= 38) t.precision = static_cast<BYTE>(size);
         t.scale = static_cast<BYTE>(digits >= 0 && digits <= t.precision ? digits : 0);
-        return {t, ReadAs::Text};
+        return {t, ReadAs::Text, chars};
     }
     case SQL_TYPE_DATE:
     case SQL_DATE: return Fixed(DBTYPE_DATE, ReadAs::Date);
@@ -114,11 +118,11 @@ OdbcColumnType MapSqlType(SQLSMALLINT sqlType, SQLULEN size, SQLSMALLINT digits,
     case SQL_CHAR:
     case SQL_WCHAR:
         if (size == 0 || size > kLongerThan) return {LongTextType(), ReadAs::Text};
-        return {TextType(size, true), ReadAs::Text};
+        return {TextType(size, true), ReadAs::Text, size};
     case SQL_VARCHAR:
     case SQL_WVARCHAR:
         if (size == 0 || size > kLongerThan) return {LongTextType(), ReadAs::Text};
-        return {TextType(size, false), ReadAs::Text};
+        return {TextType(size, false), ReadAs::Text, size};
     case SQL_LONGVARCHAR:
     case SQL_WLONGVARCHAR: return {LongTextType(), ReadAs::Text};
     case SQL_BINARY:
@@ -155,6 +159,92 @@ OdbcColumnType SqliteColumnType(const OdbcColumnType& mapped, SQLSMALLINT sqlTyp
     }
 }
 
+namespace {
+
+void DateCell(const SQL_DATE_STRUCT& d, Cell& cell) {
+    Timestamp t;
+    t.year = d.year;
+    t.month = d.month;
+    t.day = d.day;
+    cell = FormatIsoDateTime(t);
+}
+
+void TimeCell(const SQL_TIME_STRUCT& d, Cell& cell) {
+    wchar_t text[16];
+    swprintf(text, std::size(text), L"%02u:%02u:%02u", d.hour, d.minute, d.second);
+    cell = std::wstring(text);
+}
+
+void TimestampCell(const SQL_TIMESTAMP_STRUCT& d, Cell& cell) {
+    Timestamp t;
+    t.year = d.year;
+    t.month = d.month;
+    t.day = d.day;
+    t.hour = d.hour;
+    t.minute = d.minute;
+    t.second = d.second;
+    t.fraction = d.fraction;
+    cell = FormatIsoDateTime(t);
+}
+
+void GuidCell(const SQLGUID& g, Cell& cell) {
+    wchar_t text[40];
+    StringFromGUID2(reinterpret_cast<const GUID&>(g), text, static_cast<int>(std::size(text)));
+    cell = std::wstring(text);
+}
+
+template <typename T>
+T Load(const void* value) {
+    T t;
+    std::memcpy(&t, value, sizeof t);
+    return t;
+}
+
+}  // namespace
+
+OdbcBinding BindingFor(const OdbcColumnType& column) {
+    switch (column.readAs) {
+    case ReadAs::Integer: return {SQL_C_SBIGINT, sizeof(SQLBIGINT)};
+    case ReadAs::Real: return {SQL_C_DOUBLE, sizeof(double)};
+    case ReadAs::Date: return {SQL_C_TYPE_DATE, sizeof(SQL_DATE_STRUCT)};
+    case ReadAs::Time: return {SQL_C_TYPE_TIME, sizeof(SQL_TIME_STRUCT)};
+    case ReadAs::Timestamp: return {SQL_C_TYPE_TIMESTAMP, sizeof(SQL_TIMESTAMP_STRUCT)};
+    case ReadAs::Guid: return {SQL_C_GUID, sizeof(SQLGUID)};
+    case ReadAs::Text:
+        if (column.boundedChars == 0) return {};
+        return {SQL_C_WCHAR, static_cast<SQLLEN>((2 * column.boundedChars + 1) * sizeof(SQLWCHAR))};
+    case ReadAs::Bytes: return {};
+    }
+    return {};
+}
+
+bool CellFromBound(ReadAs readAs, SQLSMALLINT cType, const void* value, SQLLEN bytes, SQLLEN indicator, Cell& cell) {
+    if (indicator == SQL_NULL_DATA) {
+        cell = std::monostate{};
+        return true;
+    }
+    switch (readAs) {
+    case ReadAs::Integer: cell = static_cast<std::int64_t>(Load<SQLBIGINT>(value)); return true;
+    case ReadAs::Real: cell = Load<double>(value); return true;
+    case ReadAs::Date: DateCell(Load<SQL_DATE_STRUCT>(value), cell); return true;
+    case ReadAs::Time: TimeCell(Load<SQL_TIME_STRUCT>(value), cell); return true;
+    case ReadAs::Timestamp: TimestampCell(Load<SQL_TIMESTAMP_STRUCT>(value), cell); return true;
+    case ReadAs::Guid: GuidCell(Load<SQLGUID>(value), cell); return true;
+    case ReadAs::Text: {
+        if (cType != SQL_C_WCHAR) return false;
+        // The buffer keeps one code unit for the terminator; a value that needed more (or whose
+        // length the driver does not know) was cut short.
+        if (indicator < 0 || indicator > bytes - static_cast<SQLLEN>(sizeof(SQLWCHAR))) return false;
+        const auto* chars = static_cast<const SQLWCHAR*>(value);
+        Holding<std::wstring>(cell).assign(reinterpret_cast<const wchar_t*>(chars),
+                                           static_cast<size_t>(indicator) / sizeof(SQLWCHAR));
+        return true;
+    }
+    case ReadAs::Bytes: return false;
+    }
+    return false;
+}
+
 void ReadCell(SQLHSTMT statement, SQLUSMALLINT ordinal, ReadAs readAs, Cell& cell, std::wstring_view statementText) {
     switch (readAs) {
     case ReadAs::Integer: {
@@ -175,54 +265,34 @@ void ReadCell(SQLHSTMT statement, SQLUSMALLINT ordinal, ReadAs readAs, Cell& cel
     }
     case ReadAs::Date: {
         SQL_DATE_STRUCT d{};
-        if (!ReadFixed(statement, ordinal, SQL_C_TYPE_DATE, d, statementText)) {
+        if (ReadFixed(statement, ordinal, SQL_C_TYPE_DATE, d, statementText))
+            DateCell(d, cell);
+        else
             cell = std::monostate{};
-            return;
-        }
-        Timestamp t;
-        t.year = d.year;
-        t.month = d.month;
-        t.day = d.day;
-        cell = FormatIsoDateTime(t);
         return;
     }
     case ReadAs::Time: {
         SQL_TIME_STRUCT d{};
-        if (!ReadFixed(statement, ordinal, SQL_C_TYPE_TIME, d, statementText)) {
+        if (ReadFixed(statement, ordinal, SQL_C_TYPE_TIME, d, statementText))
+            TimeCell(d, cell);
+        else
             cell = std::monostate{};
-            return;
-        }
-        wchar_t text[16];
-        swprintf(text, std::size(text), L"%02u:%02u:%02u", d.hour, d.minute, d.second);
-        cell = std::wstring(text);
         return;
     }
     case ReadAs::Timestamp: {
         SQL_TIMESTAMP_STRUCT d{};
-        if (!ReadFixed(statement, ordinal, SQL_C_TYPE_TIMESTAMP, d, statementText)) {
+        if (ReadFixed(statement, ordinal, SQL_C_TYPE_TIMESTAMP, d, statementText))
+            TimestampCell(d, cell);
+        else
             cell = std::monostate{};
-            return;
-        }
-        Timestamp t;
-        t.year = d.year;
-        t.month = d.month;
-        t.day = d.day;
-        t.hour = d.hour;
-        t.minute = d.minute;
-        t.second = d.second;
-        t.fraction = d.fraction;
-        cell = FormatIsoDateTime(t);
         return;
     }
     case ReadAs::Guid: {
         SQLGUID g{};
-        if (!ReadFixed(statement, ordinal, SQL_C_GUID, g, statementText)) {
+        if (ReadFixed(statement, ordinal, SQL_C_GUID, g, statementText))
+            GuidCell(g, cell);
+        else
             cell = std::monostate{};
-            return;
-        }
-        wchar_t text[40];
-        StringFromGUID2(reinterpret_cast<const GUID&>(g), text, static_cast<int>(std::size(text)));
-        cell = std::wstring(text);
         return;
     }
     case ReadAs::Bytes: ReadBytes(statement, ordinal, cell, statementText); return;

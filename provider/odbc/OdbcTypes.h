@@ -24,7 +24,24 @@ enum class ReadAs { Integer, Real, Text, Bytes, Date, Time, Timestamp, Guid };
 struct OdbcColumnType {
     ColumnType type;  // as the rowset reports it
     ReadAs readAs = ReadAs::Text;
+    // Text whose length has a known bound: the most characters a value holds (0: unbounded, or
+    // not text). Such a column can be bound to a buffer instead of read in pieces.
+    SQLULEN boundedChars = 0;
 };
+
+// How a column is bound to a row array buffer (SQLBindCol): the C type and the bytes one
+// value takes. A text buffer holds two UTF-16 code units per declared character (every
+// character fits, surrogate pairs included) and the terminator.
+struct OdbcBinding {
+    SQLSMALLINT cType = 0;
+    SQLLEN bytes = 0;  // 0: the column is not bound (long values, bytes)
+};
+OdbcBinding BindingFor(const OdbcColumnType& column);
+
+// Turns one bound value (its buffer and length/indicator) into a cell, as ReadCell would.
+// Returns false when a text value did not fit its buffer (the caller reads it again with
+// SQLGetData); the cell is then unchanged.
+bool CellFromBound(ReadAs readAs, SQLSMALLINT cType, const void* value, SQLLEN bytes, SQLLEN indicator, Cell& cell);
 
 // Maps a column described by SQLDescribeCol (its SQL type, size and decimal digits) and
 // SQL_DESC_UNSIGNED. Character columns without a useful size (0, or beyond 8000 characters),

@@ -106,9 +106,50 @@ std::optional<Timestamp> ParseIsoDateTime(std::wstring_view text) {
     return t;
 }
 
+namespace {
+
+// Writes `value` (0 to 10^width - 1) in `width` digits with leading zeros.
+wchar_t* PutDigits(wchar_t* at, unsigned value, int width) {
+    for (int i = width - 1; i >= 0; --i) {
+        at[i] = static_cast<wchar_t>(L'0' + value % 10);
+        value /= 10;
+    }
+    return at + width;
+}
+
+}  // namespace
+
 std::wstring FormatIsoDateTime(const Timestamp& t) {
+    // Written digit by digit (rows read from a database format a timestamp each): the same text
+    // as "%04d-%02d-%02d %02d:%02d:%02d", which serves values outside those widths.
+    const auto within = [](int value, int limit) { return value >= 0 && value <= limit; };
+    const bool midnight = t.hour == 0 && t.minute == 0 && t.second == 0 && t.fraction == 0;
+    if (within(t.year, 9999) && within(t.month, 99) && within(t.day, 99) && within(t.hour, 99) &&
+        within(t.minute, 99) && within(t.second, 99) && t.fraction <= 999999999) {
+        wchar_t buffer[32];
+        wchar_t* at = PutDigits(buffer, static_cast<unsigned>(t.year), 4);
+        *at++ = L'-';
+        at = PutDigits(at, static_cast<unsigned>(t.month), 2);
+        *at++ = L'-';
+        at = PutDigits(at, static_cast<unsigned>(t.day), 2);
+        if (!midnight) {
+            *at++ = L' ';
+            at = PutDigits(at, static_cast<unsigned>(t.hour), 2);
+            *at++ = L':';
+            at = PutDigits(at, static_cast<unsigned>(t.minute), 2);
+            *at++ = L':';
+            at = PutDigits(at, static_cast<unsigned>(t.second), 2);
+            if (t.fraction) {
+                *at++ = L'.';
+                wchar_t* digits = at;
+                at = PutDigits(at, static_cast<unsigned>(t.fraction), 9);
+                while (at - digits > 3 && at[-1] == L'0') --at;
+            }
+        }
+        return std::wstring(buffer, static_cast<size_t>(at - buffer));
+    }
     wchar_t buffer[64];
-    if (t.hour == 0 && t.minute == 0 && t.second == 0 && t.fraction == 0) {
+    if (midnight) {
         swprintf(buffer, std::size(buffer), L"%04d-%02d-%02d", t.year, t.month, t.day);
         return buffer;
     }
