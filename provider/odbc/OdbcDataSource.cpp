@@ -2,6 +2,8 @@
 
 #include <oledberr.h>
 
+#include <cwctype>
+
 #include "provider/errors/Errors.h"
 #include "provider/odbc/OdbcIdentity.h"
 #include "provider/odbc/OdbcSession.h"
@@ -31,6 +33,23 @@ void AppendPair(std::wstring& out, const wchar_t* key, const std::wstring& value
         out += value;
     }
     out += L';';
+}
+
+// psqlODBC reports a varchar without a length with its MaxVarcharSize (255 by default), so the
+// consumer, binding by the column's size, would cut longer values; and every varchar longer than
+// that size as long text. At 8190, the largest the driver takes, a varchar without a length is
+// long text (read whole, whatever its length) and varchar(n) keeps its length up to 8190.
+// A MaxVarcharSize the user gave stays. Other drivers get the string as it was.
+std::wstring WithDriverDefaults(Connection& connection, const std::wstring& connectionString) {
+    std::wstring driver = connection.InfoText(SQL_DRIVER_NAME);
+    for (wchar_t& c : driver) c = static_cast<wchar_t>(towlower(c));
+    if (driver.find(L"psqlodbc") == std::wstring::npos) return connectionString;
+    std::wstring lower = connectionString;
+    for (wchar_t& c : lower) c = static_cast<wchar_t>(towlower(c));
+    if (lower.find(L"maxvarcharsize") != std::wstring::npos) return connectionString;
+    std::wstring out = connectionString;
+    if (!out.empty() && out.back() != L';') out += L';';
+    return out + L"MaxVarcharSize=8190;";
 }
 
 }  // namespace
@@ -68,6 +87,7 @@ STDMETHODIMP OdbcDataSource::Initialize() {
                  L"ODBC connection string (DRIVER={...};SERVER=...).",
                  L"08001");
         m_connection = Connection::Open(connectionString, LoginTimeout());
+        m_sessionConnectionString = WithDriverDefaults(*m_connection, connectionString);
         MarkInitialized();
         return S_OK;
     }
@@ -152,7 +172,7 @@ STDMETHODIMP OdbcDataSource::CreateSession(IUnknown* outer, REFIID riid, IUnknow
         {
             std::lock_guard guard(m_lock);
             if (!m_connection) Fail(E_UNEXPECTED, L"The data source is not initialized.");
-            connectionString = m_connection->connectionString();
+            connectionString = m_sessionConnectionString;
             timeout = LoginTimeout();
         }
         auto connection = Connection::Open(connectionString, timeout);

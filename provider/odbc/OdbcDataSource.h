@@ -8,7 +8,8 @@
 //   connection string such as "DRIVER={PostgreSQL Unicode};SERVER=...;PORT=...").
 // Keywords of the initialization string that are not OLE DB's arrive as provider-string entries
 // and are passed on too, so "Provider=ZelOdbc.OLEDB.1;DRIVER={...};SERVER=..." also works.
-// Values holding ';' are braced as ODBC wants.
+// Values holding ';' are braced as ODBC wants. Sessions connect with the same string, plus the
+// defaults a driver needs so that no value is cut (WithDriverDefaults in the .cpp).
 #pragma once
 
 #include <windows.h>
@@ -67,6 +68,7 @@ private:
 
     std::vector<std::wstring> m_providerStrings;
     std::shared_ptr<Connection> m_connection;
+    std::wstring m_sessionConnectionString;  // what each session connects with
 };
 
 }  // namespace zel::provider::odbc

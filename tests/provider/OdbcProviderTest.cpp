@@ -263,6 +263,37 @@ TEST_F(OdbcProviderTest, LongValuesComeWholeWhateverTheirLength) {
     Drop(L"op_long");
 }
 
+// psqlODBC gives a varchar without a length its MaxVarcharSize; sessions connect with the
+// driver's largest, so such a value is long text read whole, and varchar(300) keeps its length.
+TEST_F(OdbcProviderTest, VarcharsWithoutALengthAreNotCut) {
+    Drop(L"op_varchar");
+    m_c.Run(L"CREATE TABLE op_varchar (free varchar, sized varchar(300))");
+    m_c.Run(L"INSERT INTO op_varchar VALUES (repeat('f', 5000), repeat('s', 300))");
+    ComPtr<IRowset> rowset = m_c.Query(L"SELECT free, sized FROM op_varchar");
+    ASSERT_TRUE(rowset);
+    const auto columns = ColumnsOf(rowset.get());
+    ASSERT_EQ(2u, columns.size());
+    EXPECT_EQ(DBTYPE_WSTR, columns[0].type);
+    EXPECT_TRUE(columns[0].flags & DBCOLUMNFLAGS_ISLONG);
+    EXPECT_EQ(DBTYPE_WSTR, columns[1].type);
+    EXPECT_FALSE(columns[1].flags & DBCOLUMNFLAGS_ISLONG);
+    EXPECT_EQ(300u, columns[1].size);
+
+    DBCOUNTITEM obtained = 0;
+    HROW row = DB_NULL_HROW;
+    HROW* rowsOut = &row;
+    ASSERT_EQ(S_OK, rowset->GetNextRows(DB_NULL_HCHAPTER, 0, 1, &obtained, &rowsOut));
+    ValueRead free = ReadValue(rowset.get(), row, 1, DBTYPE_WSTR, 20000);
+    EXPECT_EQ(DBSTATUS_S_OK, free.status);
+    EXPECT_EQ(5000u * sizeof(wchar_t), free.length);
+    ValueRead sized = ReadValue(rowset.get(), row, 2, DBTYPE_WSTR, 2000);
+    EXPECT_EQ(DBSTATUS_S_OK, sized.status);
+    EXPECT_EQ(300u * sizeof(wchar_t), sized.length);
+    rowset->ReleaseRows(1, &row, nullptr, nullptr, nullptr);
+    rowset.reset();
+    Drop(L"op_varchar");
+}
+
 TEST_F(OdbcProviderTest, TransactionsCommitAndRollBack) {
     Drop(L"op_tx");
     m_c.Run(L"CREATE TABLE op_tx (id integer)");
