@@ -29,20 +29,7 @@ constexpr CLSID kOdbcClsid = {0x84ac49c0, 0xb098, 0x45fd, {0xb0, 0x26, 0x21, 0xc
 // Registers the ZelOdbc.dll beside the test program, as the suite's first step.
 class OdbcProviderEnvironment : public testing::Environment {
 public:
-    void SetUp() override {
-        wchar_t path[MAX_PATH];
-        DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-        ASSERT_GT(length, 0u);
-        std::wstring dll(path, length);
-        dll = dll.substr(0, dll.find_last_of(L"\\/") + 1) + L"ZelOdbc.dll";
-        HMODULE module = LoadLibraryW(dll.c_str());
-        ASSERT_NE(nullptr, module) << "cannot load ZelOdbc.dll next to the test program";
-        using RegisterFunction = HRESULT(STDAPICALLTYPE*)();
-        auto registerServer =
-            reinterpret_cast<RegisterFunction>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
-        ASSERT_NE(nullptr, registerServer);
-        ASSERT_EQ(S_OK, registerServer());
-    }
+    void SetUp() override { RegisterProviderBesideProgram(L"ZelOdbc.dll"); }
 };
 
 const testing::Environment* const g_environment = testing::AddGlobalTestEnvironment(new OdbcProviderEnvironment);

@@ -72,6 +72,22 @@ ComPtr<IDBInitialize> GetDataSource(const std::wstring& connectionString) {
     return source;
 }
 
+void RegisterProviderBesideProgram(const wchar_t* fileName) {
+    wchar_t path[MAX_PATH];
+    DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+    ASSERT_GT(length, 0u);
+    std::wstring dll(path, length);
+    dll = dll.substr(0, dll.find_last_of(L"\\/") + 1) + fileName;
+    HMODULE module = LoadLibraryW(dll.c_str());
+    ASSERT_NE(nullptr, module) << "cannot load " << testing::PrintToString(std::wstring(fileName))
+                               << " next to the test program";
+    using RegisterFunction = HRESULT(STDAPICALLTYPE*)();
+    auto registerServer =
+        reinterpret_cast<RegisterFunction>(reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
+    ASSERT_NE(nullptr, registerServer);
+    ASSERT_EQ(S_OK, registerServer());
+}
+
 Connection Connection::Open(const std::wstring& connectionString) {
     Connection c;
     c.dataSource = GetDataSource(connectionString);

@@ -19,6 +19,11 @@ namespace zel::test {
 
 inline constexpr wchar_t kProgId[] = L"ZelLite.OLEDB.1";
 
+// Loads the provider DLL `fileName` that sits next to the test program and runs its
+// DllRegisterServer, so that a suite exercises the provider of its own build tree. Fails the
+// test (fatally) when it cannot.
+void RegisterProviderBesideProgram(const wchar_t* fileName);
+
 // An empty file (a valid empty SQLite database) in a new directory under the temp path.
 class TempDatabase {
 public:
