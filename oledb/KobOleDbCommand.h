@@ -8,6 +8,7 @@
 #include <oledb.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/ComPtr.h"
@@ -97,6 +98,12 @@ public:
     std::vector<ColumnDescription> DescribeColumns();
     // Whether a rowset with rows to read is held (false for a statement without rows).
     bool HasRowset() const noexcept { return m_isOpen && static_cast<bool>(m_rowset); }
+    // The text FieldAsStringEx gives for the current row's field at `position`, without making
+    // a string of it where the row already holds it: wide text is a view into the row buffer
+    // (or the bound BSTR), every other type is written into `scratch` and viewed there. Valid
+    // until the next fetch, close or call with the same scratch. Not virtual, like the batch
+    // readers above.
+    std::wstring_view FieldTextView(ULONG position, std::wstring& scratch);
     bool IsOpen() const noexcept { return m_isOpen; }
 
 protected:

@@ -66,12 +66,48 @@ std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
     }
 }
 
-std::wstring KobOleDbCommand::FieldAsStringEx(ULONG position) {
-    std::wstring text = FieldAsString(position);
+namespace {
+
+// FieldAsStringEx's trimming: trailing white space goes.
+std::wstring_view TrimEnd(std::wstring_view text) {
     size_t end = text.size();
     while (end > 0 && iswspace(text[end - 1])) --end;
-    text.resize(end);
+    return text.substr(0, end);
+}
+
+}  // namespace
+
+std::wstring KobOleDbCommand::FieldAsStringEx(ULONG position) {
+    std::wstring text = FieldAsString(position);
+    text.resize(TrimEnd(text).size());
     return text;
+}
+
+std::wstring_view KobOleDbCommand::FieldTextView(ULONG position, std::wstring& scratch) {
+    long index = ColumnIndex(position);
+    if (index < 0) return {};
+    const DBSTATUS status = m_accessor.Status(index);
+    if (status == DBSTATUS_S_ISNULL || !IsConvertible(status)) return {};
+    const BYTE* v = m_accessor.Value(index);
+    switch (m_accessor.Column(index).wType) {
+        case DBTYPE_BSTR: {
+            // As FieldAsString: the text up to its first NUL.
+            BSTR text = Read<BSTR>(v);
+            return text ? TrimEnd(std::wstring_view(text)) : std::wstring_view();
+        }
+        case DBTYPE_WSTR:
+        case DBTYPE_STR: {
+            // As WideText: up to the first NUL within the bound length.
+            const wchar_t* text = reinterpret_cast<const wchar_t*>(v);
+            const size_t limit = static_cast<size_t>(m_accessor.BoundSize(index) / sizeof(wchar_t));
+            size_t n = 0;
+            while (n < limit && text[n] != 0) ++n;
+            return TrimEnd(std::wstring_view(text, n));
+        }
+        default:
+            scratch = FieldAsString(position);
+            return TrimEnd(scratch);
+    }
 }
 
 LONG KobOleDbCommand::FieldAsLong(ULONG position) {

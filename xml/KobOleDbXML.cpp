@@ -130,6 +130,7 @@ bool KobOleDbXML::AddResultset(KobOleDbCommand& command, XmlTextBuffer& document
     // The current row is the first: the Resultset has at least one child.
     OpenElement(document);
     std::vector<BYTE> blob;
+    std::wstring scratch;  // the text of a field the row does not hold as text
     do {
         StartTag(document, 2, kRowset);
         for (ULONG c = 1; c <= count; ++c) {
@@ -141,7 +142,7 @@ bool KobOleDbXML::AddResultset(KobOleDbCommand& command, XmlTextBuffer& document
                 document.AppendAttribute(names[c - 1],
                                          std::wstring_view(reinterpret_cast<const wchar_t*>(blob.data()), units));
             } else {
-                document.AppendAttribute(names[c - 1], command.FieldAsStringEx(c));
+                document.AppendAttribute(names[c - 1], command.FieldTextView(c, scratch));
             }
         }
         CloseEmptyElement(document);

@@ -1,6 +1,7 @@
 #include "xml/XmlTextBuffer.h"
 
 #include <oleauto.h>
+#include <emmintrin.h>
 
 #include <algorithm>
 #include <climits>
@@ -11,9 +12,14 @@
 namespace zel {
 namespace {
 
-// The first allocation; later ones grow the buffer by half its size, so that the text is
-// moved a bounded number of times however long it gets.
+// The first allocation. Up to kQuadrupleBelow code units (64 MiB) the buffer grows fourfold,
+// then by half its size, so that the text is moved a bounded number of times however long it
+// gets, and a document of tens of megabytes only a few times. A large buffer is its own region
+// of committed pages, so the part not yet written takes address space, not memory; past
+// 64 MiB the smaller steps keep the 32-bit server's address space for the copy that the call's
+// reply makes of the document.
 constexpr size_t kInitialCapacity = 32 * 1024;
+constexpr size_t kQuadrupleBelow = 32 * 1024 * 1024;
 // SysReAllocStringLen takes a UINT count and adds its length prefix and terminator.
 constexpr size_t kMaxCapacity = (UINT_MAX - sizeof(DWORD) - sizeof(WCHAR)) / sizeof(WCHAR) - 1;
 
@@ -48,19 +54,49 @@ inline bool IsSpecial(wchar_t unit) {
     return unit < 64 ? ((kSpecialBelow64 >> unit) & 1) != 0 : (unit & 0xF800) == 0xD800;
 }
 
+// The position of the first code unit of `text` that IsSpecial takes, or its size when there
+// is none. Eight code units are compared at a time: every processor that runs a host of this
+// server (a 64-bit one) has SSE2, whatever the build's own baseline.
+__attribute__((target("sse2"))) size_t FindSpecial(const wchar_t* text, size_t size) {
+    size_t i = 0;
+    const __m128i surrogateMask = _mm_set1_epi16(static_cast<short>(0xF800));
+    const __m128i surrogate = _mm_set1_epi16(static_cast<short>(0xD800));
+    for (; i + 8 <= size; i += 8) {
+        const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+        __m128i hit = _mm_cmpeq_epi16(_mm_and_si128(units, surrogateMask), surrogate);
+        for (wchar_t special : {L'\0', L'\t', L'\n', L'\r', L'"', L'&', L'<', L'>'})
+            hit = _mm_or_si128(hit, _mm_cmpeq_epi16(units, _mm_set1_epi16(static_cast<short>(special))));
+        if (const int mask = _mm_movemask_epi8(hit)) return i + static_cast<size_t>(__builtin_ctz(mask)) / 2;
+    }
+    for (; i < size; ++i)
+        if (IsSpecial(text[i])) return i;
+    return size;
+}
+
 }  // namespace
 
 void XmlTextBuffer::Grow(size_t more) {
     if (more > kMaxCapacity - m_length) ThrowHr(E_OUTOFMEMORY);
-    size_t capacity = std::max(kInitialCapacity, m_capacity + m_capacity / 2);
-    if (capacity > kMaxCapacity) capacity = kMaxCapacity;
-    capacity = std::max(capacity, m_length + more);
-    BSTR text = m_text.release();
-    // A null string keeps the text already written; on failure the old string stays.
-    const bool grown = SysReAllocStringLen(&text, nullptr, static_cast<UINT>(capacity)) != FALSE;
-    m_text = Bstr::Attach(text);
-    if (!grown) ThrowHr(E_OUTOFMEMORY);
-    m_capacity = capacity;
+    const size_t needed = m_length + more;
+    const size_t generous = m_capacity < kQuadrupleBelow ? m_capacity * 4 : m_capacity + m_capacity / 2;
+    // Where a generous block cannot be had (a crowded 32-bit address space), smaller steps
+    // down to the exact need are tried before the text is given up.
+    const size_t steps[] = {generous, m_capacity + m_capacity / 4, needed};
+    size_t tried = 0;
+    for (size_t step : steps) {
+        const size_t capacity = std::min(kMaxCapacity, std::max({kInitialCapacity, needed, step}));
+        if (capacity == tried) continue;
+        tried = capacity;
+        BSTR text = m_text.release();
+        // A null string keeps the text already written; on failure the old string stays.
+        const bool grown = SysReAllocStringLen(&text, nullptr, static_cast<UINT>(capacity)) != FALSE;
+        m_text = Bstr::Attach(text);
+        if (grown) {
+            m_capacity = capacity;
+            return;
+        }
+    }
+    ThrowHr(E_OUTOFMEMORY);
 }
 
 void XmlTextBuffer::AppendAttribute(std::wstring_view name, std::wstring_view value) {
@@ -85,9 +121,9 @@ void XmlTextBuffer::AppendAttribute(std::wstring_view name, std::wstring_view va
 //   same documents as before.
 void XmlTextBuffer::AppendEscaped(std::wstring_view value) {
     size_t run = 0;  // start of the code units not yet written, copied whole
-    for (size_t i = 0; i < value.size(); ++i) {
+    for (size_t i = FindSpecial(value.data(), value.size()); i < value.size();
+         i = i + 1 + FindSpecial(value.data() + i + 1, value.size() - i - 1)) {
         const wchar_t unit = value[i];
-        if (!IsSpecial(unit)) continue;
         if (unit == L'\0') {
             value = value.substr(0, i);
             break;

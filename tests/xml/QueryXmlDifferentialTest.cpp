@@ -271,6 +271,30 @@ TEST(QueryXmlValues, SurrogatePairsStayUnpairedSurrogatesBecomeReplacementCharac
     EXPECT_EQ(std::wstring(L"\xFFFD\xD800\xDC00"), DirectValue(std::wstring(L"\xD800\xD800\xDC00")));
 }
 
+// Values long enough to be scanned eight code units at a time: each code unit that is not
+// written as itself, at every position of the groups and of the tail, the same as the DOM
+// writes it; a surrogate pair across two groups stays whole.
+TEST(QueryXmlValues, EveryEscapedUnitIsFoundAtEveryPositionOfALongValue) {
+    const std::pair<wchar_t, std::wstring> specials[] = {
+        {L'<', L"&lt;"},    {L'>', L"&gt;"},     {L'&', L"&amp;"},    {L'"', L"&quot;"}, {L'\t', L"&#9;"},
+        {L'\n', L"&#10;"}, {L'\r', L"&#13;"}, {0xD800, L"\xFFFD"}, {0xDC00, L"\xFFFD"}};
+    for (const auto& [special, escaped] : specials) {
+        for (size_t at = 0; at < 21; ++at) {
+            std::wstring value(21, L'a');
+            value[at] = special;
+            EXPECT_EQ(std::wstring(at, L'a') + escaped + std::wstring(20 - at, L'a'), DirectValue(value))
+                << "code unit " << static_cast<int>(special) << " at " << at;
+        }
+    }
+    std::wstring pair(16, L'b');
+    pair[7] = 0xD83D;
+    pair[8] = 0xDE00;
+    EXPECT_EQ(pair, DirectValue(pair));
+    std::wstring cut(20, L'c');
+    cut[17] = L'\0';
+    EXPECT_EQ(std::wstring(17, L'c'), DirectValue(cut));
+}
+
 TEST(QueryXmlValues, ValueEndsAtItsFirstNul) {
     EXPECT_EQ(L"a", DirectValue(std::wstring(L"a\0b", 3)));
     EXPECT_EQ(L"", DirectValue(std::wstring(L"\0b", 2)));
