@@ -1,12 +1,10 @@
 #include "provider/rows/RowCache.h"
 
 #include <cstring>
+#include <utility>
 
 namespace zel::provider {
 namespace {
-
-// The store's blocks; a row bigger than a quarter block gets a block of its own.
-constexpr size_t kBlockSize = 1u << 20;
 
 // A row's encoding: the number of values and the rowid (0, or 1 and the number), then per
 // value its tag and its data. Numbers are variable-length (7 bits a byte, low bits first;
@@ -137,8 +135,14 @@ const BYTE* Decode(const BYTE* in, Cell& cell) {
 
 }  // namespace
 
-RowCache::RowCache(std::unique_ptr<RowSource> source, size_t maxRows)
-    : m_source(std::move(source)), m_maxRows(maxRows) {}
+RowCache::RowCache(std::unique_ptr<RowSource> source, size_t maxRows, RowStoreLimits limits)
+    : m_source(std::move(source)), m_maxRows(maxRows), m_limits(limits) {}
+
+size_t RowCache::SpilledBlocks() const noexcept {
+    size_t spilled = 0;
+    for (const Block& block : m_blocks) spilled += block.spilled ? 1 : 0;
+    return spilled;
+}
 
 bool RowCache::Load(size_t index) {
     while (index >= m_rows.size()) {
@@ -156,9 +160,14 @@ bool RowCache::Load(size_t index) {
             m_readPending = true;
         }
         CachedRow row;
-        row.encoded = Store(m_read);
+        Store(m_read, row);
         m_rows.push_back(row);
         m_readPending = false;
+        // The row just read is the one a forward fetch reads next: it is kept as the decoded
+        // row, so that reading it needs no decoding. The next source read reuses the buffers
+        // of the row decoded before.
+        std::swap(m_read, m_decoded);
+        m_decodedIndex = m_rows.size() - 1;
     }
     return true;
 }
@@ -245,7 +254,7 @@ CachedRow* RowCache::FindAny(HROW handle) noexcept {
 
 size_t RowCache::Append(const SourceRow& row) {
     CachedRow cached;
-    cached.encoded = Store(row);
+    Store(row, cached);
     m_rows.push_back(cached);
     return m_rows.size() - 1;
 }
@@ -253,7 +262,7 @@ size_t RowCache::Append(const SourceRow& row) {
 const SourceRow& RowCache::Values(size_t index) {
     if (index != m_decodedIndex) {
         m_decodedIndex = SIZE_MAX;  // stays unset if decoding fails half-way
-        const BYTE* in = m_rows[index].encoded;
+        const BYTE* in = Encoded(m_rows[index]);
         std::uint64_t count = 0;
         in = GetNumber(in, count);
         std::uint64_t rowid = 0;
@@ -273,27 +282,38 @@ const SourceRow& RowCache::Values(size_t index) {
 
 void RowCache::Replace(size_t index, const SourceRow& row) {
     m_decodedIndex = SIZE_MAX;
-    m_rows[index].encoded = Store(row);
+    CachedRow& cached = m_rows[index];
+    CachedRow where;
+    Store(row, where);
+    cached.block = where.block;
+    cached.offset = where.offset;
 }
 
-const BYTE* RowCache::Store(const SourceRow& row) {
+void RowCache::Store(const SourceRow& row, CachedRow& where) {
     size_t size = NumberSize(row.cells.size()) + 1 + (row.rowid ? NumberSize(ZigZag(*row.rowid)) : 0);
     for (const Cell& cell : row.cells) size += EncodedSize(cell);
     BYTE* out = nullptr;
-    if (size > kBlockSize / 4) {
-        m_blocks.push_back(std::unique_ptr<BYTE[]>(new BYTE[size]));
-        out = m_blocks.back().get();
+    if (size > m_limits.blockSize / 4) {
+        const size_t block = AddBlock(size);
+        m_blocks[block].used = size;
+        out = m_blocks[block].bytes.get();
+        where.block = static_cast<std::uint32_t>(block);
+        where.offset = 0;
     } else {
         if (size > m_room) {
-            m_blocks.push_back(std::unique_ptr<BYTE[]>(new BYTE[kBlockSize]));
-            m_free = m_blocks.back().get();
-            m_room = kBlockSize;
+            const size_t block = AddBlock(m_limits.blockSize);
+            // The block written so far is full: its rows end where the room began.
+            if (m_writing != SIZE_MAX) m_blocks[m_writing].used = m_limits.blockSize - m_room;
+            m_writing = block;
+            m_free = m_blocks[block].bytes.get();
+            m_room = m_limits.blockSize;
         }
         out = m_free;
         m_free += size;
         m_room -= size;
+        where.block = static_cast<std::uint32_t>(m_writing);
+        where.offset = static_cast<std::uint32_t>(out - m_blocks[m_writing].bytes.get());
     }
-    BYTE* const start = out;
     out = PutNumber(out, row.cells.size());
     if (row.rowid) {
         *out++ = 1;
@@ -302,7 +322,52 @@ const BYTE* RowCache::Store(const SourceRow& row) {
         *out++ = 0;
     }
     for (const Cell& cell : row.cells) out = Encode(out, cell);
-    return start;
+    // Only once the row is written may older blocks go: the new block is then whole.
+    if (m_residentBytes > m_limits.residentBytes) SpillOldBlocks();
+}
+
+size_t RowCache::AddBlock(size_t capacity) {
+    Block block;
+    block.bytes.reset(new BYTE[capacity]);
+    block.capacity = capacity;
+    m_blocks.push_back(std::move(block));
+    m_residentBytes += capacity;
+    return m_blocks.size() - 1;
+}
+
+// Moves the oldest blocks to the file, in the order they were written, until the blocks never
+// written there fit the limit again. The block rows are being written into stays. A file that
+// cannot be made or written leaves the blocks where they are: the rows are then kept in memory,
+// as they would be without a file.
+void RowCache::SpillOldBlocks() noexcept {
+    while (m_residentBytes > m_limits.residentBytes && m_nextToSpill < m_blocks.size() &&
+           m_nextToSpill != m_writing) {
+        Block& block = m_blocks[m_nextToSpill];
+        std::uint64_t at = 0;
+        if (!m_spill.Write(block.bytes.get(), block.used, at)) return;
+        block.spilled = true;
+        block.spilledAt = at;
+        m_residentBytes -= block.capacity;
+        block.bytes.reset();
+        ++m_nextToSpill;
+    }
+}
+
+const BYTE* RowCache::Encoded(const CachedRow& row) {
+    Block& block = m_blocks[row.block];
+    if (!block.bytes) {
+        std::unique_ptr<BYTE[]> bytes(new BYTE[block.used]);
+        m_spill.Read(block.spilledAt, bytes.get(), block.used);
+        // Room for it among the blocks read back: the oldest goes (it stays in the file).
+        m_readBack.reserve(m_limits.readBackBlocks + 1);
+        while (!m_readBack.empty() && m_readBack.size() >= m_limits.readBackBlocks) {
+            m_blocks[m_readBack.front()].bytes.reset();
+            m_readBack.erase(m_readBack.begin());
+        }
+        block.bytes = std::move(bytes);
+        m_readBack.push_back(row.block);
+    }
+    return block.bytes.get() + row.offset;
 }
 
 }  // namespace zel::provider

@@ -4,7 +4,10 @@
 //
 // Rows are kept compact, in about the space of their values: each row is one run of bytes in a
 // store of large blocks (a tag byte per value, integers as variable-length numbers, text of
-// code units below 256 one byte per character), and is decoded when a consumer reads it.
+// code units below 256 one byte per character), and is decoded when a consumer reads it. Past
+// a limit (64 MiB), the oldest full blocks move to a temporary file and come back, a few at a
+// time, when a row in them is read again; so a large result costs the process little more
+// memory than the limit, and reading forward never waits on the file.
 //
 // Fetch position: a point between two rows. A forward fetch returns the rows after it, a
 // backward fetch the rows before it, and a skip moves it first; a negative skip or fetch right
@@ -19,19 +22,31 @@
 #include <vector>
 
 #include "provider/rows/RowSource.h"
+#include "provider/rows/SpillFile.h"
 
 namespace zel::provider {
 
 struct CachedRow {
-    const BYTE* encoded = nullptr;  // the row's values in the cache's store (see RowCache)
-    ULONG refs = 0;                 // handle references held by the consumer
-    bool deleted = false;           // deleted through IRowsetChange: skipped by fetches
+    std::uint32_t block = 0;   // the store block holding the row's values (see RowCache)
+    std::uint32_t offset = 0;  // where they start in it
+    ULONG refs = 0;            // handle references held by the consumer
+    bool deleted = false;      // deleted through IRowsetChange: skipped by fetches
+};
+
+// How the cache keeps its store. The defaults serve rowsets; tests make them small.
+struct RowStoreLimits {
+    size_t blockSize = 1u << 20;         // a row bigger than a quarter block gets one of its own
+    size_t residentBytes = 64u << 20;    // past this, the oldest full blocks go to the file
+    size_t readBackBlocks = 4;           // blocks read back from the file kept at once
 };
 
 class RowCache {
 public:
     // `maxRows` > 0 stops reading after that many rows (DBPROP_MAXROWS).
-    RowCache(std::unique_ptr<RowSource> source, size_t maxRows);
+    RowCache(std::unique_ptr<RowSource> source, size_t maxRows, RowStoreLimits limits = {});
+
+    // Blocks of rows now in the temporary file (diagnostics and tests).
+    size_t SpilledBlocks() const noexcept;
 
     const RowSource& source() const noexcept { return *m_source; }
 
@@ -66,16 +81,37 @@ private:
     bool NextVisible(size_t& gap);   // moves past the next undeleted row forwards
     bool PrevVisible(size_t& gap);   // moves before the previous undeleted row
 
-    // Encodes `row` into the store and returns where it starts.
-    const BYTE* Store(const SourceRow& row);
+    // Encodes `row` into the store and says where it starts.
+    void Store(const SourceRow& row, CachedRow& where);
+    // A new block of `capacity` bytes at the end of the store; older full blocks may go to the
+    // file to make room.
+    size_t AddBlock(size_t capacity);
+    void SpillOldBlocks() noexcept;
+    // The bytes of the row's encoding, its block read back from the file if needed. Valid
+    // until the next call.
+    const BYTE* Encoded(const CachedRow& row);
+
+    struct Block {
+        std::unique_ptr<BYTE[]> bytes;  // null while the block is only in the file
+        size_t capacity = 0;
+        size_t used = 0;
+        bool spilled = false;           // a copy of the block is in the file, at spilledAt
+        std::uint64_t spilledAt = 0;
+    };
 
     std::unique_ptr<RowSource> m_source;
     size_t m_maxRows;
+    RowStoreLimits m_limits;
     std::vector<CachedRow> m_rows;
-    // The store: blocks written from the front, never moved or freed before the cache.
-    std::vector<std::unique_ptr<BYTE[]>> m_blocks;
-    BYTE* m_free = nullptr;  // next free byte of the last block
-    size_t m_room = 0;       // bytes left after m_free
+    // The store: blocks written from the front; a block's bytes never move while it is held.
+    std::vector<Block> m_blocks;
+    size_t m_writing = SIZE_MAX;  // the block rows are being written into
+    BYTE* m_free = nullptr;       // next free byte of that block
+    size_t m_room = 0;            // bytes left after m_free
+    size_t m_residentBytes = 0;   // capacity of the blocks never written to the file
+    size_t m_nextToSpill = 0;     // the blocks before it went to the file, or could not
+    std::vector<size_t> m_readBack;  // blocks read back from the file, oldest first
+    SpillFile m_spill;
     SourceRow m_read;        // the row being read from the source (its buffers are reused)
     bool m_readPending = false;  // m_read came from the source but could not be stored yet
     SourceRow m_decoded;     // the row Values decoded last

@@ -121,6 +121,78 @@ TEST(RowCacheTest, ReplacedAndAppendedRowsReadBackTheirNewValues) {
     ExpectSameRow(Row({std::int64_t{1}, std::wstring(L"a much longer text than before \x20AC")}, 1), cache.Values(0));
 }
 
+// Rows of a few kinds, some bigger than a quarter of the small test blocks below.
+std::vector<SourceRow> ManyRows(int count) {
+    std::vector<SourceRow> rows;
+    for (int i = 0; i < count; ++i) {
+        std::wstring text = L"row " + std::to_wstring(i) + (i % 3 ? L" \x20AC wide" : L" narrow");
+        if (i % 97 == 0) text += std::wstring(2000, static_cast<wchar_t>(L'a' + i % 26));
+        rows.push_back(Row({std::int64_t{i}, std::move(text), i * 0.25, i % 5 ? Cell{} : Cell{Bytes{1, 2, 3}}},
+                           i + 1));
+    }
+    return rows;
+}
+
+RowStoreLimits SmallStore() {
+    RowStoreLimits limits;
+    limits.blockSize = 4096;
+    limits.residentBytes = 3 * 4096;
+    limits.readBackBlocks = 2;
+    return limits;
+}
+
+void ExpectEveryRowInAnyOrder(RowCache& cache, const std::vector<SourceRow>& rows) {
+    bool end = false;
+    std::vector<size_t> fetched = cache.Fetch(0, static_cast<DBROWCOUNT>(rows.size() + 1), end);
+    ASSERT_EQ(rows.size(), fetched.size());
+    for (size_t i = rows.size(); i-- > 0;) {
+        SCOPED_TRACE("backwards, row " + std::to_string(i));
+        ExpectSameRow(rows[i], cache.Values(i));
+    }
+    // Jumping about: far apart, then back and forth between two blocks.
+    for (size_t step = 0, i = 0; step < rows.size(); ++step, i = (i + 389) % rows.size()) {
+        SCOPED_TRACE("jumping, row " + std::to_string(i));
+        ExpectSameRow(rows[i], cache.Values(i));
+        ExpectSameRow(rows[rows.size() - 1 - i], cache.Values(rows.size() - 1 - i));
+    }
+}
+
+TEST(RowCacheTest, RowsPastTheLimitGoToAFileAndComeBackAsTheyWere) {
+    const std::vector<SourceRow> rows = ManyRows(3000);
+    RowCache cache(std::make_unique<MemoryRowSource>(std::vector<ColumnDesc>{}, rows), 0, SmallStore());
+    bool end = false;
+    // Forwards, each row read as it arrives.
+    for (size_t i = 0; i < rows.size(); ++i) {
+        std::vector<size_t> one = cache.Fetch(0, 1, end);
+        ASSERT_EQ(1u, one.size());
+        ExpectSameRow(rows[i], cache.Values(one[0]));
+    }
+    EXPECT_GT(cache.SpilledBlocks(), 20u);
+    cache.Restart();
+    ExpectEveryRowInAnyOrder(cache, rows);
+    // A row replaced after its block went to the file reads back its new values.
+    cache.Replace(5, Row({std::int64_t{5}, std::wstring(L"replaced")}, 6));
+    ExpectSameRow(Row({std::int64_t{5}, std::wstring(L"replaced")}, 6), cache.Values(5));
+    ExpectSameRow(rows[6], cache.Values(6));
+}
+
+// Where no temporary file can be made, the rows stay in memory and read back all the same.
+TEST(RowCacheTest, WithoutATemporaryFileRowsStayInMemory) {
+    wchar_t tmp[MAX_PATH] = {}, temp[MAX_PATH] = {};
+    const DWORD tmpLength = GetEnvironmentVariableW(L"TMP", tmp, MAX_PATH);
+    const DWORD tempLength = GetEnvironmentVariableW(L"TEMP", temp, MAX_PATH);
+    ASSERT_TRUE(SetEnvironmentVariableW(L"TMP", L"Z:\\no\\such\\folder\\"));
+    ASSERT_TRUE(SetEnvironmentVariableW(L"TEMP", L"Z:\\no\\such\\folder\\"));
+    const std::vector<SourceRow> rows = ManyRows(1500);
+    RowCache cache(std::make_unique<MemoryRowSource>(std::vector<ColumnDesc>{}, rows), 0, SmallStore());
+    cache.ReadToEnd();
+    SetEnvironmentVariableW(L"TMP", tmpLength ? tmp : nullptr);
+    SetEnvironmentVariableW(L"TEMP", tempLength ? temp : nullptr);
+    EXPECT_EQ(0u, cache.SpilledBlocks());
+    cache.Restart();
+    ExpectEveryRowInAnyOrder(cache, rows);
+}
+
 TEST(RowCacheTest, MaxRowsStopsReading) {
     RowCache cache = Cache({Row({std::int64_t{1}}), Row({std::int64_t{2}}), Row({std::int64_t{3}})}, 2);
     bool end = false;
