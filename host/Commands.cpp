@@ -2,11 +2,14 @@
 
 #include <windows.h>
 
+#include <thread>
+
 #include "common/Bstr.h"
 #include "common/ComError.h"
 #include "common/SafeArray.h"
 #include "common/Variant.h"
 #include "common/Win32Handles.h"
+#include "host/BatchHandOver.h"
 #include "host/Progress.h"
 #include "host/ResultWriters.h"
 #include "host/Shell.h"
@@ -20,6 +23,8 @@ namespace {
 // behind the rows, few enough that zeldb's and the server's memory stay small. With
 // --max-rows N one row more than N tells whether rows were left out.
 constexpr LONG kBatchRows = 1000;
+// Batches fetched ahead of the one printing.
+constexpr size_t kBatchesAhead = 2;
 
 LONG BatchRowsFor(std::optional<std::uint64_t> maxRows) {
     if (maxRows && *maxRows < static_cast<std::uint64_t>(kBatchRows)) return static_cast<LONG>(*maxRows) + 1;
@@ -197,6 +202,30 @@ int Dispatch(const Invocation& inv, Context& context) {
     return 2;
 }
 
+// Prints the rows of one batch; false when `maxRows` rows are printed and more were there.
+bool PrintBatch(const Variant& rows, std::vector<Cell>& cells, RowWriter& writer, std::optional<std::uint64_t> maxRows,
+                ResultEnd& end) {
+    SAFEARRAY* array = V_ARRAY(rows.get());
+    LONG upper = -1;
+    SafeArrayGetUBound(array, 1, &upper);
+    const size_t width = static_cast<size_t>(upper + 1);
+    SafeArrayGetUBound(array, 2, &upper);
+    const LONG count = upper + 1;
+    SafeArrayData data(array);
+    const VARIANT* values = data.as<VARIANT>();
+    for (LONG r = 0; r < count; ++r) {
+        if (maxRows && end.rows >= *maxRows) {
+            end.truncated = true;
+            return false;
+        }
+        for (size_t c = 0; c < cells.size(); ++c)
+            cells[c] = c < width ? NaturalCell(values[static_cast<size_t>(r) * width + c]) : Cell::Null();
+        writer.Row(cells);
+        ++end.rows;
+    }
+    return true;
+}
+
 }  // namespace
 
 std::wstring RowsAffectedText(std::int64_t rows) {
@@ -260,32 +289,38 @@ void PrintBatches(Statement& statement, OutputFormat format, std::optional<std::
 
     ResultEnd end;
     ProgressMeter progress(context.err);
-    std::vector<Cell> cells(columns.size());
     const LONG batchRows = BatchRowsFor(maxRows);
-    Variant rows;
-    bool more = true;
-    while (more && statement.NextBatch(batchRows, rows)) {
-        SAFEARRAY* array = V_ARRAY(rows.get());
-        LONG upper = -1;
-        SafeArrayGetUBound(array, 1, &upper);
-        const size_t width = static_cast<size_t>(upper + 1);
-        SafeArrayGetUBound(array, 2, &upper);
-        const LONG count = upper + 1;
-        SafeArrayData data(array);
-        const VARIANT* values = data.as<VARIANT>();
-        for (LONG r = 0; r < count; ++r) {
-            if (maxRows && end.rows >= *maxRows) {
-                end.truncated = true;
-                more = false;
-                break;
+    // Batches print on a second thread while the next one crosses the process boundary; the
+    // server's interface is called from this thread only (its apartment).
+    BatchHandOver handOver(kBatchesAhead);
+    std::thread printer([&] {
+        try {
+            std::vector<Cell> cells(columns.size());
+            Variant rows;
+            while (handOver.Take(rows)) {
+                if (!PrintBatch(rows, cells, *writer, maxRows, end)) {
+                    handOver.Stop();
+                    break;
+                }
+                progress.Update(end.rows);
             }
-            for (size_t c = 0; c < cells.size(); ++c)
-                cells[c] = c < width ? NaturalCell(values[static_cast<size_t>(r) * width + c]) : Cell::Null();
-            writer->Row(cells);
-            ++end.rows;
+        } catch (...) {
+            handOver.Stop(std::current_exception());
         }
-        progress.Update(end.rows);
+    });
+    try {
+        Variant rows;
+        while (statement.NextBatch(batchRows, rows) && handOver.Put(std::move(rows))) {
+        }
+    } catch (...) {
+        handOver.Stop();
+        handOver.Close();
+        printer.join();
+        throw;
     }
+    handOver.Close();
+    printer.join();
+    handOver.RethrowFailure();
     progress.Finish();
     writer->End(end);
 }
