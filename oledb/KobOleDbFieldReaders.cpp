@@ -13,7 +13,9 @@
 
 #include "common/ComError.h"
 #include "common/Variant.h"
+#include "oledb/DateTextFormat.h"
 #include "oledb/FieldText.h"
+#include "oledb/NumberText.h"
 #include "oledb/KobOleDbCommand.h"
 
 namespace zel {
@@ -104,6 +106,13 @@ std::wstring_view KobOleDbCommand::FieldTextView(ULONG position, std::wstring& s
             while (n < limit && text[n] != 0) ++n;
             return TrimEnd(std::wstring_view(text, n));
         }
+        case DBTYPE_R8:
+            // As ValueText, written into the scratch string's own buffer.
+            RealTextTo(Read<double>(v), scratch);
+            return TrimEnd(scratch);
+        case DBTYPE_DATE:
+            if (!DateTextFormat::UserDefault().DateText(Read<DATE>(v), 0, scratch)) scratch = L"Invalid DateTime";
+            return TrimEnd(scratch);
         default:
             scratch = FieldAsString(position);
             return TrimEnd(scratch);

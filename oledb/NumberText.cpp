@@ -98,16 +98,20 @@ std::wstring UnsignedText(unsigned long long value) {
     return std::wstring(first, end);
 }
 
-std::wstring RealText(double value) {
+void RealTextTo(double value, std::wstring& out) {
     const BinaryParts parts = Split(value);
-    if (IsSpecial(value)) return SpecialText(value, parts.negative, false);
+    if (IsSpecial(value)) {
+        out = SpecialText(value, parts.negative, false);
+        return;
+    }
     // At most "-d.ddddde+ddd" or "-0.0000dddddd": 14 characters.
     wchar_t text[16];
     int n = 0;
     if (parts.negative) text[n++] = L'-';
     if (parts.mantissa == 0) {
         text[n++] = L'0';
-        return std::wstring(text, static_cast<size_t>(n));
+        out.assign(text, static_cast<size_t>(n));
+        return;
     }
 
     // Six significant digits of the magnitude, d.ddddde+X, correctly rounded (ties to even).
@@ -149,7 +153,13 @@ std::wstring RealText(double value) {
             for (int i = exponent + 1; i < kept; ++i) text[n++] = static_cast<wchar_t>(digits[i]);
         }
     }
-    return std::wstring(text, static_cast<size_t>(n));
+    out.assign(text, static_cast<size_t>(n));
+}
+
+std::wstring RealText(double value) {
+    std::wstring text;
+    RealTextTo(value, text);
+    return text;
 }
 
 std::wstring FixedRealText(double value) {

@@ -21,6 +21,8 @@ std::wstring UnsignedText(unsigned long long value);
 // infinities and NaNs as "1.#INF", "-1.#INF", "1.#QNAN" and, for a NaN with its sign bit set,
 // "-1.#IND"; a negative zero keeps its sign ("-0").
 std::wstring RealText(double value);
+// The same text written into `text` (its old content replaced), reusing its buffer.
+void RealTextTo(double value, std::wstring& text);
 
 // "%f": six decimals, every integer digit written out (a large value gives all of its exact
 // decimal digits), ties away from zero; "1.#INF00", "-1.#INF00", "1.#QNAN0", "-1.#IND00".
