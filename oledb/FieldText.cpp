@@ -147,12 +147,14 @@ std::wstring GuidText(const GUID& value) {
     return std::wstring(text, 36);
 }
 
-std::wstring WideText(const BYTE* value, DBLENGTH bytes) {
+std::wstring_view WideTextView(const BYTE* value, DBLENGTH bytes) {
     const wchar_t* text = reinterpret_cast<const wchar_t*>(value);
     size_t limit = static_cast<size_t>(bytes / sizeof(wchar_t));
     size_t n = 0;
     while (n < limit && text[n] != 0) ++n;
-    return std::wstring(text, n);
+    return std::wstring_view(text, n);
 }
+
+std::wstring WideText(const BYTE* value, DBLENGTH bytes) { return std::wstring(WideTextView(value, bytes)); }
 
 }  // namespace zel

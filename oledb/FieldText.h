@@ -7,6 +7,7 @@
 #include <oledb.h>
 
 #include <string>
+#include <string_view>
 
 #include "oledb/DateTextFormat.h"
 #include "oledb/NumberText.h"
@@ -47,5 +48,7 @@ std::wstring ValueText(DBTYPE type, const BYTE* value);
 
 // The text as stored in a wide buffer, up to its first NUL.
 std::wstring WideText(const BYTE* value, DBLENGTH bytes);
+// The same text as a view of the bound value.
+std::wstring_view WideTextView(const BYTE* value, DBLENGTH bytes);
 
 }  // namespace zel

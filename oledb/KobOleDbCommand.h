@@ -112,6 +112,9 @@ protected:
     long ColumnIndex(ULONG position);
     // Reads a storage object's bytes in 10,000-byte chunks.
     static ULONG ReadStorage(IUnknown* storage, std::vector<BYTE>& buffer);
+    // The bound value at `position` when it has a text (not NULL, converted or truncated), with
+    // its column index in `index`; null otherwise.
+    const BYTE* TextValue(ULONG position, long& index);
 
 private:
     void ReleaseCurrentRow() noexcept;

@@ -13,9 +13,7 @@
 
 #include "common/ComError.h"
 #include "common/Variant.h"
-#include "oledb/DateTextFormat.h"
 #include "oledb/FieldText.h"
-#include "oledb/NumberText.h"
 #include "oledb/KobOleDbCommand.h"
 
 namespace zel {
@@ -32,12 +30,18 @@ bool IsConvertible(DBSTATUS status) { return status == DBSTATUS_S_OK || status =
 
 }  // namespace
 
-std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
-    long index = ColumnIndex(position);
-    if (index < 0) return {};
+const BYTE* KobOleDbCommand::TextValue(ULONG position, long& index) {
+    index = ColumnIndex(position);
+    if (index < 0) return nullptr;
     const DBSTATUS status = m_accessor.Status(index);
-    if (status == DBSTATUS_S_ISNULL || !IsConvertible(status)) return {};
-    const BYTE* v = m_accessor.Value(index);
+    if (status == DBSTATUS_S_ISNULL || !IsConvertible(status)) return nullptr;
+    return m_accessor.Value(index);
+}
+
+std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
+    long index = -1;
+    const BYTE* v = TextValue(position, index);
+    if (!v) return {};
     switch (m_accessor.Column(index).wType) {
         case DBTYPE_BSTR: {
             BSTR text = Read<BSTR>(v);
@@ -86,11 +90,9 @@ std::wstring KobOleDbCommand::FieldAsStringEx(ULONG position) {
 }
 
 std::wstring_view KobOleDbCommand::FieldTextView(ULONG position, std::wstring& scratch) {
-    long index = ColumnIndex(position);
-    if (index < 0) return {};
-    const DBSTATUS status = m_accessor.Status(index);
-    if (status == DBSTATUS_S_ISNULL || !IsConvertible(status)) return {};
-    const BYTE* v = m_accessor.Value(index);
+    long index = -1;
+    const BYTE* v = TextValue(position, index);
+    if (!v) return {};
     switch (m_accessor.Column(index).wType) {
         case DBTYPE_BSTR: {
             // As FieldAsString: the text up to its first NUL.
@@ -98,14 +100,8 @@ std::wstring_view KobOleDbCommand::FieldTextView(ULONG position, std::wstring& s
             return text ? TrimEnd(std::wstring_view(text)) : std::wstring_view();
         }
         case DBTYPE_WSTR:
-        case DBTYPE_STR: {
-            // As WideText: up to the first NUL within the bound length.
-            const wchar_t* text = reinterpret_cast<const wchar_t*>(v);
-            const size_t limit = static_cast<size_t>(m_accessor.BoundSize(index) / sizeof(wchar_t));
-            size_t n = 0;
-            while (n < limit && text[n] != 0) ++n;
-            return TrimEnd(std::wstring_view(text, n));
-        }
+        case DBTYPE_STR:
+            return TrimEnd(WideTextView(v, m_accessor.BoundSize(index)));
         case DBTYPE_R8:
             // As ValueText, written into the scratch string's own buffer.
             RealTextTo(Read<double>(v), scratch);
