@@ -55,8 +55,8 @@ inline bool IsSpecial(wchar_t unit) {
 }
 
 // The position of the first code unit of `text` that IsSpecial takes, or its size when there
-// is none. Eight code units are compared at a time: every processor that runs a host of this
-// server (a 64-bit one) has SSE2, whatever the build's own baseline.
+// is none. Eight code units are compared at a time with SSE2, which every processor that runs a
+// 64-bit system or Windows 8 and later has, whatever the 32-bit build's own baseline.
 __attribute__((target("sse2"))) size_t FindSpecial(const wchar_t* text, size_t size) {
     size_t i = 0;
     const __m128i surrogateMask = _mm_set1_epi16(static_cast<short>(0xF800));
