@@ -112,9 +112,9 @@ protected:
     long ColumnIndex(ULONG position);
     // Reads a storage object's bytes in 10,000-byte chunks.
     static ULONG ReadStorage(IUnknown* storage, std::vector<BYTE>& buffer);
-    // The bound value at `position` when it has a text (not NULL, converted or truncated), with
-    // its column index in `index`; null otherwise.
-    const BYTE* TextValue(ULONG position, long& index);
+    // The field's text as FieldAsString gives it: a view into the row buffer (or the bound
+    // BSTR) for wide text, written into `scratch` and viewed there for every other type.
+    std::wstring_view FieldText(ULONG position, std::wstring& scratch);
 
 private:
     void ReleaseCurrentRow() noexcept;

@@ -30,46 +30,58 @@ bool IsConvertible(DBSTATUS status) { return status == DBSTATUS_S_OK || status =
 
 }  // namespace
 
-const BYTE* KobOleDbCommand::TextValue(ULONG position, long& index) {
-    index = ColumnIndex(position);
-    if (index < 0) return nullptr;
+std::wstring_view KobOleDbCommand::FieldText(ULONG position, std::wstring& scratch) {
+    long index = ColumnIndex(position);
+    if (index < 0) return {};
     const DBSTATUS status = m_accessor.Status(index);
-    if (status == DBSTATUS_S_ISNULL || !IsConvertible(status)) return nullptr;
-    return m_accessor.Value(index);
-}
-
-std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
-    long index = -1;
-    const BYTE* v = TextValue(position, index);
-    if (!v) return {};
-    switch (m_accessor.Column(index).wType) {
+    if (status == DBSTATUS_S_ISNULL || !IsConvertible(status)) return {};
+    const BYTE* v = m_accessor.Value(index);
+    const DBTYPE type = m_accessor.Column(index).wType;
+    switch (type) {
         case DBTYPE_BSTR: {
+            // The text up to its first NUL.
             BSTR text = Read<BSTR>(v);
-            return text ? std::wstring(text) : std::wstring();
+            return text ? std::wstring_view(text) : std::wstring_view();
         }
         case DBTYPE_WSTR:
         case DBTYPE_STR:
             // DBTYPE_STR is read as UTF-16 as well: no 8-bit conversion is made.
-            return WideText(v, m_accessor.BoundSize(index));
+            return WideTextView(v, m_accessor.BoundSize(index));
         case DBTYPE_NUMERIC:
         case DBTYPE_VARNUMERIC: {
             IDataConvert* convert = m_connection ? m_connection->GetDataConvert() : nullptr;
             if (!convert) return {};
-            const DBTYPE type = m_accessor.Column(index).wType;
-            // The 8-bit text is written into the result's own wide buffer and left there as
-            // it is, two characters to a unit.
-            std::wstring result(201, L'\0');
+            // The 8-bit text is written into the wide buffer and left there as it is, two
+            // characters to a unit.
+            scratch.assign(201, L'\0');
             DBLENGTH written = 0;
             DBSTATUS convertStatus = DBSTATUS_S_OK;
             HRESULT hr = convert->DataConvert(type, DBTYPE_STR, type == DBTYPE_NUMERIC ? 19 : 4, &written,
-                                              const_cast<BYTE*>(v), result.data(), 200, DBSTATUS_S_OK,
+                                              const_cast<BYTE*>(v), scratch.data(), 200, DBSTATUS_S_OK,
                                               &convertStatus, 0, 0, 0);
             if (FAILED(hr) || written + 1 > 200) return {};
-            result.resize(static_cast<size_t>(written + 1));
-            return result;
+            scratch.resize(static_cast<size_t>(written + 1));
+            return scratch;
         }
-        default: return ValueText(m_accessor.Column(index).wType, v);
+        // The two common formatted types are written into the scratch string's own buffer.
+        case DBTYPE_R8:
+            RealTextTo(Read<double>(v), scratch);
+            return scratch;
+        case DBTYPE_DATE:
+            if (!DateTextFormat::UserDefault().DateText(Read<DATE>(v), 0, scratch)) scratch = L"Invalid DateTime";
+            return scratch;
+        default:
+            scratch = ValueText(type, v);
+            return scratch;
     }
+}
+
+std::wstring KobOleDbCommand::FieldAsString(ULONG position) {
+    std::wstring scratch;
+    const std::wstring_view text = FieldText(position, scratch);
+    // A text made in the scratch string is handed out as it is, without a copy.
+    if (!text.empty() && text.data() == scratch.data()) return scratch;
+    return std::wstring(text);
 }
 
 namespace {
@@ -90,29 +102,7 @@ std::wstring KobOleDbCommand::FieldAsStringEx(ULONG position) {
 }
 
 std::wstring_view KobOleDbCommand::FieldTextView(ULONG position, std::wstring& scratch) {
-    long index = -1;
-    const BYTE* v = TextValue(position, index);
-    if (!v) return {};
-    switch (m_accessor.Column(index).wType) {
-        case DBTYPE_BSTR: {
-            // As FieldAsString: the text up to its first NUL.
-            BSTR text = Read<BSTR>(v);
-            return text ? TrimEnd(std::wstring_view(text)) : std::wstring_view();
-        }
-        case DBTYPE_WSTR:
-        case DBTYPE_STR:
-            return TrimEnd(WideTextView(v, m_accessor.BoundSize(index)));
-        case DBTYPE_R8:
-            // As ValueText, written into the scratch string's own buffer.
-            RealTextTo(Read<double>(v), scratch);
-            return TrimEnd(scratch);
-        case DBTYPE_DATE:
-            if (!DateTextFormat::UserDefault().DateText(Read<DATE>(v), 0, scratch)) scratch = L"Invalid DateTime";
-            return TrimEnd(scratch);
-        default:
-            scratch = FieldAsString(position);
-            return TrimEnd(scratch);
-    }
+    return TrimEnd(FieldText(position, scratch));
 }
 
 LONG KobOleDbCommand::FieldAsLong(ULONG position) {
