@@ -282,11 +282,7 @@ const SourceRow& RowCache::Values(size_t index) {
 
 void RowCache::Replace(size_t index, const SourceRow& row) {
     m_decodedIndex = SIZE_MAX;
-    CachedRow& cached = m_rows[index];
-    CachedRow where;
-    Store(row, where);
-    cached.block = where.block;
-    cached.offset = where.offset;
+    Store(row, m_rows[index]);
 }
 
 void RowCache::Store(const SourceRow& row, CachedRow& where) {

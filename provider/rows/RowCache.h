@@ -81,7 +81,8 @@ private:
     bool NextVisible(size_t& gap);   // moves past the next undeleted row forwards
     bool PrevVisible(size_t& gap);   // moves before the previous undeleted row
 
-    // Encodes `row` into the store and says where it starts.
+    // Encodes `row` into the store and sets where it starts in `where` (its block and offset
+    // only; on failure `where` is untouched).
     void Store(const SourceRow& row, CachedRow& where);
     // A new block of `capacity` bytes at the end of the store; older full blocks may go to the
     // file to make room.
